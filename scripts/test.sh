@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Sets up the machine, builds Sentrel natively and for Windows, and runs every test: the native
+# tests directly, the Windows tests under Wine in a private prefix inside the build tree.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+jobs=$(nproc 2>/dev/null || echo 2)
+
+echo "== installing what is missing"
+if [ "$(id -u)" -eq 0 ]; then
+  bash scripts/setup.sh
+else
+  sudo bash scripts/setup.sh
+fi
+
+echo "== native build (build/native)"
+cmake -S . -B build/native -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build/native -j"$jobs"
+
+echo "== native tests"
+ctest --test-dir build/native --output-on-failure -j"$jobs"
+
+echo "== Windows build (build/windows, mingw-w64)"
+cmake -S . -B build/windows -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake \
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build/windows -j"$jobs"
+
+echo "== Windows tests under Wine"
+ctest --test-dir build/windows --output-on-failure -j"$jobs"
