@@ -15,7 +15,7 @@ constexpr std::size_t kGuidTextLength = 38;
 constexpr std::array<std::size_t, 16> kDigitPairPositions = {1,  3,  5,  7,  10, 12, 15, 17,
                                                              20, 22, 25, 27, 29, 31, 33, 35};
 // Which in-memory byte each text digit pair describes (the first three fields are little-endian).
-constexpr std::array<std::size_t, 16> kByteOfPair = {3, 2, 1, 0, 5, 4, 7, 6,
+constexpr std::array<std::size_t, 16> kByteOfPair = {3, 2, 1,  0,  5,  4,  7,  6,
                                                      8, 9, 10, 11, 12, 13, 14, 15};
 
 std::optional<std::uint8_t> HexValue(char16_t ch) {
@@ -52,9 +52,13 @@ std::uint32_t Guid::Data1() const {
            static_cast<std::uint32_t>(bytes[2]) << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
 }
 
-std::uint16_t Guid::Data2() const { return static_cast<std::uint16_t>(bytes[4] | bytes[5] << 8); }
+std::uint16_t Guid::Data2() const {
+    return static_cast<std::uint16_t>(bytes[4] | bytes[5] << 8);
+}
 
-std::uint16_t Guid::Data3() const { return static_cast<std::uint16_t>(bytes[6] | bytes[7] << 8); }
+std::uint16_t Guid::Data3() const {
+    return static_cast<std::uint16_t>(bytes[6] | bytes[7] << 8);
+}
 
 std::size_t GuidHash::operator()(const Guid& guid) const noexcept {
     // The bytes are random already; folding them is enough.

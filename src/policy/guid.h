@@ -31,7 +31,8 @@ struct GuidHash {
     std::size_t operator()(const Guid& guid) const noexcept;
 };
 
-// The braced registry form, 38 characters, upper-case hexadecimal: {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}.
+// The braced registry form, 38 characters, upper-case hexadecimal:
+// {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}.
 std::u16string GuidToText(const Guid& guid);
 
 // Parses the braced form with hexadecimal digits of either case, as CLSIDFromString does for a

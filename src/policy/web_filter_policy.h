@@ -31,7 +31,7 @@ struct FilterEntry {
 // Adding an entry whose id is already present overwrites that entry in place; an index of the
 // ids keeps that check from scanning the whole sequence, so large lists load in linear time.
 class FilterEntrySequence {
-public:
+  public:
     using const_iterator = std::vector<FilterEntry>::const_iterator;
 
     void Add(const FilterEntry& entry);
@@ -43,7 +43,7 @@ public:
     const_iterator begin() const { return entries_.begin(); }
     const_iterator end() const { return entries_.end(); }
 
-private:
+  private:
     std::vector<FilterEntry> entries_;
     std::unordered_map<Guid, std::size_t, GuidHash> positions_;
 };

@@ -5,7 +5,9 @@
 namespace sentrel {
 namespace {
 
-Guid IdWithFirstField(std::uint32_t data1) { return Guid::FromFields(data1, 0, 0, {}); }
+Guid IdWithFirstField(std::uint32_t data1) {
+    return Guid::FromFields(data1, 0, 0, {});
+}
 
 FilterList ListWithId(const Guid& id, FilterListType type, std::u16string name) {
     FilterList list(std::move(name));
@@ -54,8 +56,8 @@ TEST(WebFilterPolicy, ListsIterateInInMemoryByteOrderOfIds) {
     // 0x1 lies in memory as 01 00 00 00, 0x100 as 00 01 00 00: the second sorts first.
     policy.AddList(ListWithId(IdWithFirstField(0x1), FilterListWhite, u"W"));
     policy.AddList(ListWithId(IdWithFirstField(0x100), FilterListBlack, u"B"));
-    policy.AddList(ListWithId(Guid::FromFields(0, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}),
-                              FilterListWhite, u"Z"));
+    policy.AddList(
+        ListWithId(Guid::FromFields(0, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}), FilterListWhite, u"Z"));
     std::u16string order;
     for (const auto& [key, list] : policy.lists) {
         order += list.name;

@@ -50,8 +50,8 @@ std::u16string FormatLogMessage(std::u16string_view format,
             out.push_back(u'%');
             continue;
         }
-        if (conversion != u's' && conversion != u'd' && conversion != u'u' &&
-            conversion != u'x' && conversion != u'p') {
+        if (conversion != u's' && conversion != u'd' && conversion != u'u' && conversion != u'x' &&
+            conversion != u'p') {
             // Not a conversion the component uses: keep it as written.
             out.push_back(u'%');
             out.push_back(conversion);
@@ -92,7 +92,9 @@ std::u16string FormatLogMessage(std::u16string_view format,
 Logger::Logger(std::ptrdiff_t gateCount, std::chrono::milliseconds gateWait)
     : gate_(gateCount), gateWait_(gateWait) {}
 
-LogSink Logger::InstallSink(LogSink sink) { return sink_.exchange(sink); }
+LogSink Logger::InstallSink(LogSink sink) {
+    return sink_.exchange(sink);
+}
 
 std::int32_t Logger::LogArguments(std::int32_t level, const char16_t* format,
                                   std::span<const LogArgument> arguments) {
@@ -107,8 +109,8 @@ std::int32_t Logger::LogArguments(std::int32_t level, const char16_t* format,
     if (sink == nullptr) {
         return kResultNoSink;
     }
-    const std::u16string message = FormatLogMessage(
-        format ? std::u16string_view(format) : std::u16string_view(), arguments);
+    const std::u16string message =
+        FormatLogMessage(format ? std::u16string_view(format) : std::u16string_view(), arguments);
     return sink(level, message);
 }
 

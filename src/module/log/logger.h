@@ -24,13 +24,14 @@ using LogSink = std::int32_t (*)(std::int32_t level, const std::u16string& messa
 
 // One argument of a log call. Texts are kept as views: they are read only while the call runs.
 class LogArgument {
-public:
+  public:
     enum class Kind { Text, Signed, Unsigned, Pointer };
 
     LogArgument(const char16_t* text) : kind_(Kind::Text), text_(text ? text : u"") {}
     LogArgument(std::u16string_view text) : kind_(Kind::Text), text_(text) {}
     LogArgument(const std::u16string& text) : kind_(Kind::Text), text_(text) {}
-    LogArgument(std::int32_t value) : kind_(Kind::Signed), bits_(static_cast<std::uint32_t>(value)) {}
+    LogArgument(std::int32_t value)
+        : kind_(Kind::Signed), bits_(static_cast<std::uint32_t>(value)) {}
     LogArgument(std::uint32_t value) : kind_(Kind::Unsigned), bits_(value) {}
     LogArgument(const void* pointer)
         : kind_(Kind::Pointer), bits_(reinterpret_cast<std::uintptr_t>(pointer)) {}
@@ -41,7 +42,7 @@ public:
     // pointer-sized for %p.
     std::uint64_t bits() const { return bits_; }
 
-private:
+  private:
     Kind kind_;
     std::u16string_view text_;
     std::uint64_t bits_ = 0;
@@ -52,7 +53,7 @@ private:
 std::u16string FormatLogMessage(std::u16string_view format, std::span<const LogArgument> arguments);
 
 class Logger {
-public:
+  public:
     static constexpr std::int32_t kResultNoSink = 6;
     static constexpr std::int32_t kResultGateClosed = 12;
     static constexpr std::ptrdiff_t kGateCount = 20;
@@ -74,7 +75,7 @@ public:
     // the gate finish with the sink they started with.
     LogSink InstallSink(LogSink sink);
 
-private:
+  private:
     std::int32_t LogArguments(std::int32_t level, const char16_t* format,
                               std::span<const LogArgument> arguments);
 
