@@ -1,0 +1,222 @@
+#include "search/cracked_url.h"
+
+#include "search/url_text.h"
+
+namespace sentrel {
+
+namespace {
+
+constexpr std::array<std::u16string_view, 8> kSchemeNames = {
+    u"ftp", u"gopher", u"http", u"https", u"file", u"news", u"mailto", u"socks",
+};
+
+char16_t LowerAscii(char16_t ch) {
+    return ch >= u'A' && ch <= u'Z' ? static_cast<char16_t>(ch - u'A' + u'a') : ch;
+}
+
+bool EqualIgnoringAsciiCase(std::u16string_view a, std::u16string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char16_t x, char16_t y) { return LowerAscii(x) == LowerAscii(y); });
+}
+
+// One left-to-right pass over the text. The segment (the characters gathered since the last
+// delimiter) is always a run of the text itself, so it is kept as a position, not copied.
+class UrlCracker {
+  public:
+    UrlCracker(std::u16string_view text, CrackedUrl& out) : text_(text), out_(out) {}
+
+    bool Crack() {
+        return CrackAuthority() && haveScheme_ && CrackPath() && out_.tail.Assign(Rest());
+    }
+
+  private:
+    // Where cracking goes on after a ':'.
+    enum class Next { Fail, Authority, Path };
+
+    // The character at i, or NUL past the end: the text ends at its first NUL either way.
+    char16_t At(std::size_t i) const { return i < text_.size() ? text_[i] : u'\0'; }
+    std::u16string_view Segment() const {
+        return text_.substr(segmentBegin_, pos_ - segmentBegin_);
+    }
+    void StartSegment() { segmentBegin_ = pos_; }
+    std::u16string_view Rest() {
+        const std::size_t begin = pos_;
+        while (At(pos_) != u'\0') {
+            ++pos_;
+        }
+        return text_.substr(begin, pos_ - begin);
+    }
+
+    // Phase 1: scheme, user info, host and port. On true, pos_ is where the path begins.
+    bool CrackAuthority() {
+        for (char16_t ch = At(pos_); ch != u'\0'; ch = At(pos_)) {
+            if (ch == u':' && !inBrackets_) {
+                const Next next = haveScheme_ ? TakeAfterText() : TakeScheme();
+                if (next != Next::Authority) {
+                    return next == Next::Path;
+                }
+                continue;
+            }
+            if (ch == u'@') {
+                if (haveUser_ || !out_.userName.Assign(Segment())) {
+                    return false;
+                }
+                haveUser_ = true;
+                inBrackets_ = false;
+                ++pos_;
+                StartSegment();
+                continue;
+            }
+            if (ch == u'/' || ch == u'?') {
+                return EndAuthority();
+            }
+            const bool last = At(pos_ + 1) == u'\0';
+            if (!last) {
+                if (ch == u'[' && haveScheme_ && !haveHost_) {
+                    inBrackets_ = true;
+                } else if (ch == u']') {
+                    inBrackets_ = false;
+                }
+            }
+            ++pos_;
+            if (pos_ - segmentBegin_ > kCrackSegmentLimit) {
+                return false;
+            }
+            if (last) {
+                return EndAuthority();
+            }
+        }
+        return true;  // ran out at a delimiter: the segment is empty and no host is stored
+    }
+
+    // The first ':' outside brackets: the segment is the scheme.
+    Next TakeScheme() {
+        const std::u16string_view segment = Segment();
+        // Table names are short, so only an Other scheme can be over the limit.
+        if (!out_.scheme.Assign(segment)) {
+            return Next::Fail;
+        }
+        out_.schemeId = LookUpUrlScheme(segment);
+        haveScheme_ = true;
+        const bool slash = At(pos_ + 1) == u'/';
+        const bool twoSlashes = slash && At(pos_ + 2) == u'/';
+        if (slash && !twoSlashes) {
+            ++pos_;  // the path begins with that slash, and there is no host
+            StartSegment();
+            return Next::Path;
+        }
+        if (twoSlashes) {
+            if (out_.schemeId == UrlScheme::Mailto) {
+                return Next::Fail;
+            }
+            pos_ += 3;
+        } else {
+            ++pos_;
+        }
+        StartSegment();
+        // Everything after a file scheme is path.
+        return out_.schemeId == UrlScheme::File ? Next::Path : Next::Authority;
+    }
+
+    // A later ':' outside brackets: host and port, or user name and password.
+    Next TakeAfterText() {
+        constexpr std::size_t kAfterTextLimit = 128;
+        const std::u16string_view before = Segment();
+        const std::size_t afterBegin = ++pos_;
+        for (char16_t ch = At(pos_); ch != u'\0' && ch != u'/' && ch != u'@'; ch = At(pos_)) {
+            if (++pos_ - afterBegin > kAfterTextLimit) {
+                return Next::Fail;
+            }
+        }
+        const std::u16string_view after = text_.substr(afterBegin, pos_ - afterBegin);
+        const bool endsAtUser = At(pos_) == u'@';
+        if (!havePort_ && !endsAtUser) {
+            if (!out_.host.Assign(before)) {
+                return Next::Fail;
+            }
+            // Only the low 16 bits of the number remain.
+            out_.port =
+                static_cast<std::uint16_t>(static_cast<std::uint32_t>(UrlTextToInt32(after)));
+            havePort_ = true;
+            haveHost_ = true;
+        } else if (!haveUser_ && endsAtUser) {
+            if (!out_.userName.Assign(before) || !out_.password.Assign(after) ||
+                (before.empty() && !after.empty())) {
+                return Next::Fail;
+            }
+            haveUser_ = true;
+            ++pos_;
+        } else {
+            return Next::Fail;
+        }
+        StartSegment();
+        return Next::Authority;
+    }
+
+    bool EndAuthority() {
+        if (!haveHost_ && !out_.host.Assign(Segment())) {
+            return false;
+        }
+        StartSegment();
+        return true;
+    }
+
+    // Phase 2: the path runs to the query or fragment, or for a file URL to the end.
+    bool CrackPath() {
+        const std::size_t begin = pos_;
+        const bool file = out_.schemeId == UrlScheme::File;
+        for (char16_t ch = At(pos_); ch != u'\0' && (file || (ch != u'#' && ch != u'?'));
+             ch = At(pos_)) {
+            ++pos_;
+        }
+        return out_.path.Assign(text_.substr(begin, pos_ - begin));
+    }
+
+    std::u16string_view text_;
+    CrackedUrl& out_;
+    std::size_t pos_ = 0;
+    std::size_t segmentBegin_ = 0;
+    bool haveScheme_ = false;
+    bool haveUser_ = false;
+    bool haveHost_ = false;
+    bool havePort_ = false;
+    bool inBrackets_ = false;
+};
+
+}  // namespace
+
+UrlScheme LookUpUrlScheme(std::u16string_view text) {
+    for (std::size_t i = 0; i < kSchemeNames.size(); ++i) {
+        if (EqualIgnoringAsciiCase(text, kSchemeNames[i])) {
+            return static_cast<UrlScheme>(i);
+        }
+    }
+    return UrlScheme::Other;
+}
+
+void CrackedUrl::Clear() {
+    scheme.Clear();
+    schemeId = UrlScheme::Other;
+    host.Clear();
+    userName.Clear();
+    password.Clear();
+    path.Clear();
+    tail.Clear();
+    port = 0;
+}
+
+bool CrackUrl(std::u16string_view text, CrackedUrl& out) {
+    out.Clear();
+    if (!UrlCracker(text, out).Crack()) {
+        out.Clear();
+        return false;
+    }
+    // These schemes take no port, and no default port is ever filled in.
+    if (out.schemeId == UrlScheme::File || out.schemeId == UrlScheme::News ||
+        out.schemeId == UrlScheme::Mailto) {
+        out.port = 0;
+    }
+    return true;
+}
+
+}  // namespace sentrel
