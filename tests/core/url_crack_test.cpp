@@ -213,6 +213,7 @@ TEST(CrackUrl, BracketsAndOrdinaryCharacters) {
         {u"http://[::1]/x", u"http", UrlScheme::Http, u"[::1]", 0, u"/x"},
         {u"http://u@[::1]:8080/", u"http", UrlScheme::Http, u"[::1]", 8080, u"/", u"", u"u"},
         // '@' closes the brackets.
+        {u"http://[a@b:80/", u"http", UrlScheme::Http, u"b", 80, u"/", u"", u"[a"},
         {u"http://[a:b@c]:9/", u"http", UrlScheme::Http, u"c]", 9, u"/", u"", u"[a:b"},
         {u"http://a[:80/", u"http", UrlScheme::Http, u"a[:80", 0, u"/"},
         // Before the scheme a '[' opens nothing.
