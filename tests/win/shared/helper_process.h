@@ -1,0 +1,59 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <string>
+
+#include "shared/unique_resource.h"
+
+namespace sentrel::test {
+
+// A second process running shared_helper.exe, which lies next to the test executable.
+class HelperProcess {
+  public:
+    static constexpr DWORD kNoExit = 0xFFFFFFFF;
+
+    // Starts the helper with the given arguments (already quoted where needed).
+    explicit HelperProcess(const std::wstring& arguments);
+    // A helper still running is killed: no test leaves a process behind.
+    ~HelperProcess();
+    HelperProcess(HelperProcess&&) = default;
+
+    bool Started() const { return static_cast<bool>(process_); }
+    // The exit code, or kNoExit when the process has not ended within timeoutMs.
+    DWORD WaitForExit(DWORD timeoutMs);
+
+  private:
+    UniqueHandle process_;
+};
+
+// A named manual-reset event that helpers open by name; the name is unique to this process.
+class NamedEvent {
+  public:
+    explicit NamedEvent(const wchar_t* purpose);
+    const std::wstring& Name() const { return name_; }
+    void Set() { SetEvent(event_.Get()); }
+    bool WaitFor(DWORD timeoutMs) { return WaitForSingleObject(event_.Get(), timeoutMs) == 0; }
+
+  private:
+    std::wstring name_;
+    UniqueHandle event_;
+};
+
+// A helper given a ready and a release event after its other arguments: it signals ready once it
+// has done its part, then holds on until released.
+class HoldingHelper {
+  public:
+    explicit HoldingHelper(const std::wstring& arguments);
+    bool WaitReady(DWORD timeoutMs) { return process_.Started() && ready_.WaitFor(timeoutMs); }
+    // Lets it go and returns its exit code (HelperProcess::kNoExit when it does not end in time).
+    DWORD Release(DWORD timeoutMs);
+
+  private:
+    NamedEvent ready_;
+    NamedEvent release_;
+    HelperProcess process_;
+};
+
+}  // namespace sentrel::test
