@@ -1,0 +1,357 @@
+#include "policy/web_filter_xml_processor.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <new>
+
+#include "policy/ascii_case.h"
+#include "policy/hresult_error.h"
+#include "policy/web_filter_storage_data_stream.h"
+#include "search/url_text.h"
+
+namespace sentrel {
+
+enum class PolicyRole {
+    Version,
+    RefreshMode,
+    List,
+    Id,
+    Name,
+    MainEntry,
+    ExceptionEntry,
+    EntryName,
+    EntryUrl
+};
+
+// An element whose start the reader recognizes, and what it stands for.
+struct PolicyElement {
+    std::u16string_view name;
+    PolicyRole role = PolicyRole::Version;
+    FilterListType family = FilterListWhite;  // for the elements of a list
+};
+
+namespace {
+
+struct EntryElementNames {
+    std::u16string_view container;
+    std::u16string_view entry;
+    std::u16string_view name;
+    std::u16string_view url;
+};
+
+// White and black lists share one structure under two sets of names.
+struct ListElementNames {
+    FilterListType type;
+    std::u16string_view list;
+    std::u16string_view id;
+    std::u16string_view name;
+    EntryElementNames main;
+    EntryElementNames exceptions;
+};
+
+constexpr std::u16string_view kRootName = u"WebFilters";
+constexpr std::u16string_view kVersionName = u"WFVersion";
+constexpr std::u16string_view kRefreshModeName = u"WFRefreshMode";
+
+constexpr ListElementNames kWhiteListNames{
+    FilterListWhite,
+    u"WhiteList",
+    u"WLId",
+    u"WLName",
+    {u"WLAccepted", u"WLAEntry", u"WLAEntryName", u"WLAEntryUrl"},
+    {u"WLExceptions", u"WLEEntry", u"WLEEntryName", u"WLEEntryUrl"},
+};
+constexpr ListElementNames kBlackListNames{
+    FilterListBlack,
+    u"BlackList",
+    u"BLId",
+    u"BLName",
+    {u"BLDenied", u"BLDEntry", u"BLDEntryName", u"BLDEntryUrl"},
+    {u"BLExceptions", u"BLEEntry", u"BLEEntryName", u"BLEEntryUrl"},
+};
+
+const ListElementNames* NamesOf(FilterListType type) {
+    switch (type) {
+        case FilterListWhite:
+            return &kWhiteListNames;
+        case FilterListBlack:
+            return &kBlackListNames;
+    }
+    return nullptr;
+}
+
+// The root and the entry containers are not among them: reading does not follow the nesting.
+constexpr std::array<PolicyElement, 20> kPolicyElements = [] {
+    std::array<PolicyElement, 20> elements{};
+    std::size_t count = 0;
+    elements[count++] = {kVersionName, PolicyRole::Version, FilterListWhite};
+    elements[count++] = {kRefreshModeName, PolicyRole::RefreshMode, FilterListWhite};
+    for (const ListElementNames& names : {kWhiteListNames, kBlackListNames}) {
+        elements[count++] = {names.list, PolicyRole::List, names.type};
+        elements[count++] = {names.id, PolicyRole::Id, names.type};
+        elements[count++] = {names.name, PolicyRole::Name, names.type};
+        elements[count++] = {names.main.entry, PolicyRole::MainEntry, names.type};
+        elements[count++] = {names.main.name, PolicyRole::EntryName, names.type};
+        elements[count++] = {names.main.url, PolicyRole::EntryUrl, names.type};
+        elements[count++] = {names.exceptions.entry, PolicyRole::ExceptionEntry, names.type};
+        elements[count++] = {names.exceptions.name, PolicyRole::EntryName, names.type};
+        elements[count++] = {names.exceptions.url, PolicyRole::EntryUrl, names.type};
+    }
+    // By length, so that a name is compared only with names of its own length.
+    std::sort(elements.begin(), elements.end(), [](const PolicyElement& a, const PolicyElement& b) {
+        return a.name.size() < b.name.size();
+    });
+    return elements;
+}();
+
+const PolicyElement* Recognize(std::u16string_view name) {
+    const auto shorter = [](const PolicyElement& element, std::size_t size) {
+        return element.name.size() < size;
+    };
+    for (auto element =
+             std::lower_bound(kPolicyElements.begin(), kPolicyElements.end(), name.size(), shorter);
+         element != kPolicyElements.end() && element->name.size() == name.size(); ++element) {
+        if (EqualsIgnoringAsciiCase(name, element->name)) {
+            return &*element;
+        }
+    }
+    return nullptr;
+}
+
+// As _wtoi reads it, with the resulting 32 bits kept unsigned: -1 reads as 4294967295.
+std::uint32_t NumberOfText(std::u16string_view text) {
+    return static_cast<std::uint32_t>(UrlTextToInt32(text));
+}
+
+void Require(bool succeeded) {
+    if (!succeeded) {
+        throw HResultError(kHResultFail);
+    }
+}
+
+void WriteEntries(WebFilterXmlProcessor& processor, const FilterEntrySequence& entries,
+                  const EntryElementNames& names) {
+    Require(processor.StartElement(names.container));
+    for (const FilterEntry& entry : entries) {
+        Require(processor.StartElement(names.entry));
+        Require(processor.WriteTextElement(names.name, entry.name));
+        Require(processor.WriteTextElement(names.url, entry.url));
+        Require(processor.EndElement());
+    }
+    Require(processor.EndElement());
+}
+
+}  // namespace
+
+std::u16string WebFilterXmlProcessor::SerializePolicy(const WebFilterPolicy& policy) {
+    WebFilterXmlProcessor processor;
+    // Without a writer the first step fails.
+    processor.OpenWriter({});
+    try {
+        Require(processor.StartElement(kRootName));
+        Require(processor.WriteNumberElement(kVersionName, policy.version));
+        Require(processor.WriteNumberElement(kRefreshModeName, policy.refreshMode));
+        for (const auto& [id, list] : policy.lists) {
+            const ListElementNames* names = NamesOf(list.type);
+            if (names == nullptr) {
+                return {};
+            }
+            Require(processor.StartElement(names->list));
+            Require(processor.WriteTextElement(names->id, GuidToText(list.id)));
+            Require(processor.WriteTextElement(names->name, list.name));
+            WriteEntries(processor, list.mainEntries, names->main);
+            WriteEntries(processor, list.exceptionEntries, names->exceptions);
+            Require(processor.EndElement());
+        }
+        Require(processor.EndElement());
+        Require(processor.Flush());
+    } catch (const std::bad_alloc&) {
+        throw HResultError(kHResultOutOfMemory);
+    }
+    return processor.GetText();
+}
+
+bool WebFilterXmlProcessor::DeserializePolicy(WebFilterPolicy& policy, const std::u16string& text) {
+    WebFilterXmlProcessor processor(&policy);
+    if (!processor.Storage().WriteText(text)) {
+        return false;
+    }
+    // How far the document could be read is not reported: what was read stays in the policy.
+    processor.OpenReader({});
+    processor.ReadDocument({});
+    return true;
+}
+
+WebFilterXmlProcessor::WebFilterXmlProcessor(WebFilterPolicy* policy)
+    : policy_(policy), storage_(std::make_unique<CWebFilterStorageDataStream>()) {}
+
+WebFilterXmlProcessor::~WebFilterXmlProcessor() {
+    Close();
+}
+
+bool WebFilterXmlProcessor::OpenReader(const std::u16string& path) {
+    reader_.reset();
+    if (!path.empty() && !storage_->OpenRead(path)) {
+        return false;
+    }
+    if (!storage_->GetStream()) {
+        return false;
+    }
+    reader_ = std::make_unique<XmlReader>(storage_->GetStream());
+    return true;
+}
+
+bool WebFilterXmlProcessor::OpenWriter(const std::u16string& path) {
+    writer_.reset();
+    storage_->OpenWrite(path);
+    if (!storage_->GetStream()) {
+        return false;
+    }
+    writer_ = std::make_unique<XmlWriter>(storage_->GetStream());
+    return true;
+}
+
+bool WebFilterXmlProcessor::ReadDocument(std::u16string_view name) {
+    if (!reader_ || !storage_->GetStream() || policy_ == nullptr) {
+        return false;
+    }
+    currentElement_ = Recognize(name);
+    try {
+        while (reader_->Read() == XmlReadResult::Node) {
+            switch (reader_->NodeType()) {
+                case XmlNodeType::StartElement:
+                    OnStartElement(reader_->LocalName());
+                    break;
+                case XmlNodeType::Text:
+                    OnText(reader_->Value());
+                    break;
+                case XmlNodeType::EndElement:
+                    OnEndElement(reader_->LocalName());
+                    break;
+                default:
+                    // White space, CDATA, comments, processing instructions, the declaration.
+                    break;
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+void WebFilterXmlProcessor::OnStartElement(std::u16string_view name) {
+    const PolicyElement* element = Recognize(name);
+    if (element == nullptr) {
+        return;
+    }
+    currentElement_ = element;
+    if (element->role == PolicyRole::List) {
+        currentList_.type = element->family;
+    }
+}
+
+void WebFilterXmlProcessor::OnText(std::u16string_view text) {
+    if (currentElement_ == nullptr) {
+        return;
+    }
+    // Text for an element of the other list family is dropped, but still counts as taken.
+    const bool ownFamily = currentElement_->family == currentList_.type;
+    switch (currentElement_->role) {
+        case PolicyRole::Version:
+            policy_->version = NumberOfText(text);
+            break;
+        case PolicyRole::RefreshMode:
+            policy_->refreshMode = NumberOfText(text);
+            break;
+        case PolicyRole::List:
+            break;
+        case PolicyRole::Id:
+            if (ownFamily) {
+                currentList_.id = GuidFromText(text);
+            }
+            break;
+        case PolicyRole::Name:
+            if (ownFamily) {
+                currentList_.name = text;
+            }
+            break;
+        case PolicyRole::EntryName:
+            if (ownFamily) {
+                currentEntry_.name = text;
+            }
+            break;
+        case PolicyRole::EntryUrl:
+            if (ownFamily) {
+                currentEntry_.url = text;
+            }
+            break;
+        case PolicyRole::MainEntry:
+        case PolicyRole::ExceptionEntry:
+            return;  // not taken: the entry's own elements follow
+    }
+    currentElement_ = nullptr;
+}
+
+void WebFilterXmlProcessor::OnEndElement(std::u16string_view name) {
+    const PolicyElement* element = Recognize(name);
+    if (element == nullptr) {
+        return;
+    }
+    switch (element->role) {
+        case PolicyRole::List:
+            policy_->AddList(currentList_);
+            currentList_.Clear();
+            break;
+        case PolicyRole::MainEntry:
+        case PolicyRole::ExceptionEntry:
+            if (element->family != currentList_.type) {
+                return;
+            }
+            if (element->role == PolicyRole::MainEntry) {
+                currentList_.AddEntry(currentEntry_);
+            } else {
+                currentList_.AddException(currentEntry_);
+            }
+            currentEntry_.Clear();
+            currentEntry_.id = NewGuid();
+            break;
+        default:
+            break;
+    }
+}
+
+bool WebFilterXmlProcessor::StartElement(std::u16string_view name) {
+    return writer_ && writer_->WriteStartElement(name);
+}
+
+bool WebFilterXmlProcessor::EndElement() {
+    return writer_ && writer_->WriteFullEndElement();
+}
+
+bool WebFilterXmlProcessor::WriteTextElement(std::u16string_view name, std::u16string_view value) {
+    return writer_ && writer_->WriteElementString(name, value);
+}
+
+bool WebFilterXmlProcessor::WriteNumberElement(std::u16string_view name, std::uint32_t number) {
+    char digits[10];
+    const std::to_chars_result written =
+        std::to_chars(std::begin(digits), std::end(digits), number);
+    const std::u16string text(std::begin(digits), written.ptr);
+    return WriteTextElement(name, text);
+}
+
+bool WebFilterXmlProcessor::Flush() {
+    return writer_ && writer_->Flush();
+}
+
+std::u16string WebFilterXmlProcessor::GetText() {
+    return storage_->ReadText();
+}
+
+void WebFilterXmlProcessor::Close() {
+    reader_.reset();
+    writer_.reset();
+}
+
+}  // namespace sentrel
