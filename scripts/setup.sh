@@ -18,13 +18,17 @@ if [ ${#missing[@]} -eq 0 ]; then
   exit 0
 fi
 
+as_root=()
 if [ "$(id -u)" -ne 0 ]; then
-  echo "setup: missing packages: ${missing[*]}; run this script as root to install them" >&2
-  exit 1
+  if ! command -v sudo >/dev/null 2>&1; then
+    echo "setup: missing packages: ${missing[*]}; run this script as root to install them" >&2
+    exit 1
+  fi
+  as_root=(sudo)
 fi
 
 echo "setup: installing ${missing[*]}"
-export DEBIAN_FRONTEND=noninteractive
-apt-get update -q
-apt-get install -y -q --no-install-recommends "${missing[@]}"
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -q
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+  apt-get install -y -q --no-install-recommends "${missing[@]}"
 echo "setup: done"

@@ -7,11 +7,7 @@ cd "$(dirname "$0")/.."
 jobs=$(nproc 2>/dev/null || echo 2)
 
 echo "== installing what is missing"
-if [ "$(id -u)" -eq 0 ]; then
-  bash scripts/setup.sh
-else
-  sudo bash scripts/setup.sh
-fi
+bash scripts/setup.sh
 
 echo "== native build (build/native)"
 cmake -S . -B build/native -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null

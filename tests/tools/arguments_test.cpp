@@ -1,0 +1,47 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "arguments.h"
+
+namespace sentrel::cli {
+namespace {
+
+const ArgumentRules kRules{{"--policy", "--type"}, {"--help", "--utf8"}};
+
+ParseResult Parse(std::vector<std::string> args) {
+    return ParseArguments(args, kRules);
+}
+
+TEST(Arguments, TakesValuesInBothFormsFlagsAndPositionals) {
+    const ParseResult result =
+        Parse({"--policy", "p.xml", "http://a", "--type=all", "--utf8", "--", "--help"});
+    ASSERT_EQ(result.error, "");
+    EXPECT_EQ(result.arguments.Value("--policy"), "p.xml");
+    EXPECT_EQ(result.arguments.Value("--type"), "all");
+    EXPECT_TRUE(result.arguments.Has("--utf8"));
+    EXPECT_FALSE(result.arguments.Has("--help"));  // after "--" it is a positional
+    EXPECT_EQ(result.arguments.positionals, (std::vector<std::string>{"http://a", "--help"}));
+    EXPECT_EQ(result.arguments.Value("--out"), std::nullopt);
+}
+
+TEST(Arguments, RejectsWhatTheCommandDoesNotTake) {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"--bogus"}, "unknown option --bogus"},
+        {{"--policy"}, "option --policy needs a value"},
+        {{"--policy", "a", "--policy", "b"}, "option --policy given twice"},
+        {{"--help=yes"}, "option --help takes no value"},
+    };
+    for (const auto& [args, error] : cases) {
+        EXPECT_EQ(Parse(args).error, error);
+    }
+}
+
+TEST(Arguments, ASingleDashOrPlainWordIsPositional) {
+    const ParseResult result = Parse({"-", "-x", "word"});
+    ASSERT_EQ(result.error, "");
+    EXPECT_EQ(result.arguments.positionals, (std::vector<std::string>{"-", "-x", "word"}));
+}
+
+}  // namespace
+}  // namespace sentrel::cli

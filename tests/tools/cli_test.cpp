@@ -1,0 +1,281 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "command.h"
+
+namespace sentrel::cli {
+namespace {
+
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+Outcome Sentrel(std::vector<std::string> args, const std::string& input = {}) {
+    std::istringstream in(input);
+    std::ostringstream out;
+    std::ostringstream err;
+    CommandStreams streams{in, out, err};
+    const int status = RunSentrel(args, streams);
+    return {status, out.str(), err.str()};
+}
+
+std::string Example(const char* name) {
+    return std::string(SENTREL_EXAMPLES_DIR) + "/policies/" + name;
+}
+
+// A policy file in the test's own temporary folder, removed with the fixture.
+class CliTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        folder_ = std::filesystem::temp_directory_path() /
+                  ("sentrel-cli-" +
+                   std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+        std::filesystem::create_directories(folder_);
+    }
+    void TearDown() override { std::filesystem::remove_all(folder_); }
+
+    std::string WriteFile(const std::string& name, const std::string& bytes) {
+        const std::filesystem::path path = folder_ / name;
+        std::ofstream(path, std::ios::binary) << bytes;
+        return path.string();
+    }
+
+    std::filesystem::path folder_;
+};
+
+std::string WhiteList(const std::string& entries, const std::string& id = "") {
+    return "<WhiteList>" + (id.empty() ? "" : "<WLId>" + id + "</WLId>") +
+           "<WLName>W</WLName><WLAccepted>" + entries + "</WLAccepted></WhiteList>";
+}
+
+std::string WhiteEntry(const std::string& url) {
+    return "<WLAEntry><WLAEntryName>n</WLAEntryName><WLAEntryUrl>" + url +
+           "</WLAEntryUrl></WLAEntry>";
+}
+
+std::string Document(const std::string& lists) {
+    return "<WebFilters><WFVersion>1</WFVersion><WFRefreshMode>0</WFRefreshMode>" + lists +
+           "</WebFilters>";
+}
+
+TEST_F(CliTest, CheckDecidesArgumentsAndStandardInputAlike) {
+    const std::string policy = Example("school-whitelist.xml");
+    const std::vector<std::pair<std::string, std::string>> expected = {
+        {"http://encyclopedia.example/wiki/Cat", "allow"},
+        {"  HTTPS://WWW.Encyclopedia.Example  ", "allow"},
+        {"http://learn.example.org/maths/algebra?x=1", "allow"},
+        {"http://learn.example.org/mathsx", "deny"},
+        {"http://portal.school.example:8443/login", "allow"},
+        {"http://portal.school.example/login", "deny"},
+        {"https://chat.encyclopedia.example/", "allow"},  // exceptions take no part
+        {"http://games.example/", "deny"},
+        {"about:blank", "allow"},
+        {"encyclopedia.example", "deny"},  // no scheme: cannot be cracked
+    };
+    std::vector<std::string> args = {"check", "--policy", policy};
+    std::string input;
+    std::string lines;
+    for (const auto& [url, answer] : expected) {
+        args.push_back(url);
+        input += url + "\r\n";
+        lines += answer + "\t" + url + "\n";
+    }
+    const Outcome fromArguments = Sentrel(args);
+    EXPECT_EQ(fromArguments.status, kExitOk);
+    EXPECT_EQ(fromArguments.out, lines);
+    EXPECT_EQ(fromArguments.err, "");
+    const Outcome fromInput = Sentrel({"check", "--policy", policy}, input);
+    EXPECT_EQ(fromInput.status, kExitOk);
+    EXPECT_EQ(fromInput.out, lines);
+}
+
+TEST_F(CliTest, CheckFollowsTheFilterType) {
+    const std::string policy = Example("school-whitelist.xml");
+    EXPECT_EQ(
+        Sentrel({"check", "--policy", policy, "--type", "none", "http://games.example/", "x"}).out,
+        "allow\thttp://games.example/\nallow\tx\n");
+    EXPECT_EQ(Sentrel({"check", "--policy", policy, "--type=all", "http://encyclopedia.example/",
+                       "file:///c:/x"})
+                  .out,
+              "deny\thttp://encyclopedia.example/\nallow\tfile:///c:/x\n");
+}
+
+TEST_F(CliTest, Utf16PolicyFileReadsLikeUtf8) {
+    const std::string text = Document(WhiteList(WhiteEntry("http://\xC3\xA4.example/caf\xC3\xA9")));
+    std::string utf16 = "\xFF\xFE";
+    // The document is ASCII but for two Latin-1 letters, which take one code unit each.
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        char16_t unit = byte;
+        if (byte == 0xC3) {
+            unit = static_cast<char16_t>(0xC0 | (static_cast<unsigned char>(text[++i]) & 0x3F));
+        }
+        utf16.push_back(static_cast<char>(unit & 0xFF));
+        utf16.push_back(static_cast<char>(unit >> 8));
+    }
+    const std::string url = "http://\xC3\xA4.example/caf\xC3\xA9/x";
+    for (const std::string& path : {WriteFile("p8.xml", text), WriteFile("p16.xml", utf16)}) {
+        EXPECT_EQ(Sentrel({"check", "--policy", path, url, "http://a.example/"}).out,
+                  "allow\t" + url + "\ndeny\thttp://a.example/\n");
+    }
+    const Outcome odd = Sentrel({"check", "--policy", WriteFile("odd.xml", utf16 + "x"), url});
+    EXPECT_EQ(odd.status, kExitUsage);
+}
+
+TEST_F(CliTest, WrongArgumentsGiveOneErrorLineAndStatusTwo) {
+    const std::string policy = Example("school-whitelist.xml");
+    const std::vector<std::vector<std::string>> cases = {
+        {"check"},
+        {"check", "--policy", policy, "--type", "some"},
+        {"check", "--policy", (folder_ / "missing.xml").string()},
+        {"check", "--policy", policy, "--bogus"},
+        {"explain", "--policy", policy},
+        {"explain", "--policy", policy, "http://a", "http://b"},
+        {"lint"},
+        {"crack"},
+        {"format", "--policy", policy, "--out", (folder_ / "no" / "such" / "dir").string()},
+        {"frobnicate"},
+        {},
+    };
+    for (const auto& args : cases) {
+        const Outcome outcome = Sentrel(args);
+        EXPECT_EQ(outcome.status, kExitUsage) << (args.empty() ? "" : args[0]);
+        if (!args.empty()) {
+            EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        }
+    }
+}
+
+TEST_F(CliTest, EveryCommandHasHelp) {
+    EXPECT_EQ(Sentrel({"--help"}).status, kExitOk);
+    for (const Command* command : Commands()) {
+        const Outcome outcome = Sentrel({std::string(command->name), "--help"});
+        EXPECT_EQ(outcome.status, kExitOk);
+        EXPECT_NE(outcome.out.find("usage: sentrel " + std::string(command->name)),
+                  std::string::npos);
+    }
+}
+
+TEST_F(CliTest, CrackPrintsOneJsonObjectPerUrl) {
+    const Outcome outcome =
+        Sentrel({"crack", " HTTP://User:Pw@Www.A.b:8080/x/\"y\"?q#f ", "a.b/x", "mailto:me@h"});
+    EXPECT_EQ(outcome.status, kExitOk);
+    EXPECT_EQ(outcome.out,
+              "{\"scheme\":\"http\",\"schemeId\":2,\"host\":\"www.a.b\",\"userName\":\"user\","
+              "\"password\":\"pw\",\"path\":\"/x/\\\"y\\\"\",\"tail\":\"?q#f\",\"port\":8080}\n"
+              "{\"error\":\"could not crack\"}\n"
+              "{\"scheme\":\"mailto\",\"schemeId\":6,\"host\":\"h\",\"userName\":\"me\","
+              "\"password\":\"\",\"path\":\"\",\"tail\":\"\",\"port\":0}\n");
+}
+
+TEST_F(CliTest, ExplainNamesTheMatchingListAndEntry) {
+    const std::string policy = Example("school-whitelist.xml");
+    const Outcome hit =
+        Sentrel({"explain", "--policy", policy, "http://a.learn.example.org/maths/x"});
+    EXPECT_EQ(hit.status, kExitOk);
+    EXPECT_NE(hit.out.find("decision    allow: the white index matches"), std::string::npos);
+    EXPECT_NE(hit.out.find("host \"learn.example.org\", port 0 (any port), path \"maths\""),
+              std::string::npos);
+    EXPECT_NE(hit.out.find("list        \"Curriculum\" {3F2504E0-4F89-11D3-9A0C-0305E82C3301}"),
+              std::string::npos);
+    EXPECT_NE(hit.out.find("entry       \"Maths exercises\""), std::string::npos);
+
+    const std::vector<std::pair<std::string, std::string>> misses = {
+        {"ftp://learn.example.org/", "no entry for the scheme key \"ftp\""},
+        {"http://other.example/", "no entry for the host key or any shorter suffix"},
+        {"http://learn.example.org/history", "none of its paths"},
+        {"http://portal.school.example:80/", "neither for the URL's port nor without a port"},
+        {"learn.example.org", "the URL could not be cracked"},
+    };
+    for (const auto& [url, reason] : misses) {
+        const Outcome miss = Sentrel({"explain", "--policy", policy, url});
+        EXPECT_NE(miss.out.find("decision    deny"), std::string::npos) << url;
+        EXPECT_NE(miss.out.find(reason), std::string::npos) << url << "\n" << miss.out;
+    }
+}
+
+TEST_F(CliTest, LintFindsWhatWillNotActAsExpected) {
+    const std::string id = "{11111111-2222-3333-4444-555555555555}";
+    const std::string policy = WriteFile(
+        "lint.xml",
+        Document(WhiteList(WhiteEntry("http://a.example/x") + WhiteEntry("http://a.example/x/y") +
+                               WhiteEntry("HTTP://www.A.example/x") + WhiteEntry("a.example") +
+                               WhiteEntry("http:///nohost") + WhiteEntry("http://c.a.example/z"),
+                           id) +
+                 WhiteList("", id) +
+                 "<BlackList><BLName>B</BLName><BLDenied><BLDEntry><BLDEntryUrl>http://b.example"
+                 "</BLDEntryUrl></BLDEntry></BLDenied><BLExceptions><BLEEntry><BLEEntryUrl>"
+                 "http://b.example/ok</BLEEntryUrl></BLEEntry></BLExceptions></BlackList>"));
+    const Outcome outcome = Sentrel({"lint", "--policy", policy});
+    EXPECT_EQ(outcome.status, kExitProblems);
+    // The second list with the same id replaced the first: only the black list's findings stay.
+    EXPECT_NE(outcome.out.find("list id " + id + " stands more than once"), std::string::npos);
+    EXPECT_NE(outcome.out.find("exception entries"), std::string::npos);
+    EXPECT_EQ(outcome.out.find("cannot be cracked"), std::string::npos);
+
+    const std::string single = WriteFile(
+        "single.xml",
+        Document(WhiteList(WhiteEntry("http://a.example/x") + WhiteEntry("http://a.example/x/y") +
+                           WhiteEntry("HTTP://www.A.example/x") + WhiteEntry("a.example") +
+                           WhiteEntry("http:///nohost") + WhiteEntry("http://c.a.example/z")) +
+                 "<BlackList><BLDenied><BLDEntry><BLDEntryUrl>http://b.example</BLDEntryUrl>"
+                 "</BLDEntry></BLDenied></BlackList>"));
+    const Outcome findings = Sentrel({"lint", "--policy", single});
+    EXPECT_EQ(findings.status, kExitProblems);
+    for (const char* expected : {
+             "entry \"n\" \"a.example\" of white list \"W\"",
+             "cannot be cracked",
+             "\"http:///nohost\" of white list \"W\"",
+             "has no host",
+             "\"http://a.example/x/y\" of white list",
+             "is covered by entry \"n\" \"http://a.example/x\"",
+             "\"HTTP://www.A.example/x\" of white list",
+             "repeats entry \"n\" \"http://a.example/x\"",
+             "host \"c.a.example\" has entries of its own",
+             "the white index is not empty, so the 1 entries of black lists are never consulted",
+             "6 problems found",
+         }) {
+        EXPECT_NE(findings.out.find(expected), std::string::npos) << expected << "\n"
+                                                                  << findings.out;
+    }
+
+    const std::string clean =
+        WriteFile("clean.xml", Document(WhiteList(WhiteEntry("http://a.example/"))));
+    EXPECT_EQ(Sentrel({"lint", "--policy", clean}).out, "0 problems found\n");
+    EXPECT_EQ(Sentrel({"lint", "--policy", clean}).status, kExitOk);
+
+    const std::string cut =
+        WriteFile("cut.xml", Document(WhiteList(WhiteEntry("http://a/"))) + "<trailing/>");
+    EXPECT_NE(Sentrel({"lint", "--policy", cut}).out.find("not well-formed"), std::string::npos);
+}
+
+TEST_F(CliTest, FormatWritesTheComponentsDocument) {
+    const std::string policy = Example("mixed-case-prefixes.xml");
+    const Outcome utf16 = Sentrel({"format", "--policy", policy});
+    ASSERT_EQ(utf16.status, kExitOk);
+    ASSERT_GE(utf16.out.size(), 2u);
+    EXPECT_EQ(utf16.out.substr(0, 2), "\xFF\xFE");
+    const Outcome utf8 = Sentrel({"format", "--policy", policy, "--utf8"});
+    ASSERT_EQ(utf8.status, kExitOk);
+    EXPECT_EQ(utf8.out.substr(0, 44), "<WebFilters><WFVersion>2</WFVersion><WFRefre");
+    EXPECT_NE(utf8.out.find("<WLAEntryUrl>  HTTP://Catalogue.Library.Example/Search/  "
+                            "</WLAEntryUrl>"),
+              std::string::npos);
+    // The written document reads back to the same document, in either encoding.
+    const std::string again = WriteFile("again.xml", utf16.out);
+    EXPECT_EQ(Sentrel({"format", "--policy", again, "--utf8"}).out, utf8.out);
+    const std::string out = (folder_ / "out.xml").string();
+    EXPECT_EQ(Sentrel({"format", "--policy", policy, "--out", out}).status, kExitOk);
+    std::ifstream written(out, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}), utf16.out);
+}
+
+}  // namespace
+}  // namespace sentrel::cli

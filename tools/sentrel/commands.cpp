@@ -1,0 +1,19 @@
+#include <array>
+
+#include "command.h"
+
+namespace sentrel::cli {
+
+extern const Command kCheckCommand;
+extern const Command kExplainCommand;
+extern const Command kLintCommand;
+extern const Command kCrackCommand;
+extern const Command kFormatCommand;
+
+std::span<const Command* const> Commands() {
+    static const std::array<const Command*, 5> commands = {
+        &kCheckCommand, &kExplainCommand, &kLintCommand, &kCrackCommand, &kFormatCommand};
+    return commands;
+}
+
+}  // namespace sentrel::cli

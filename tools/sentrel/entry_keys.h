@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "policy/web_filter_policy.h"
+
+namespace sentrel::cli {
+
+// The index keys a list entry is filed under, as the searcher takes them.
+struct EntryKeys {
+    std::u16string schemeKey;
+    bool hasHost = false;  // an entry without host adds only its scheme
+    std::u16string hostKey;
+    std::uint16_t port = 0;
+    std::u16string pathKey;  // empty: every path
+};
+
+// The keys of an entry's url, or none when it cannot be cracked.
+std::optional<EntryKeys> KeysOfEntry(const FilterEntry& entry);
+
+// Whether a list feeds the white index (every other type feeds the black one).
+inline bool FeedsWhiteIndex(const FilterList& list) {
+    return list.type == FilterListWhite;
+}
+
+struct EntrySource {
+    const FilterList* list;
+    const FilterEntry* entry;
+};
+
+// The main entries of the white (or black) lists whose keys are the given ones.
+std::vector<EntrySource> EntriesWithKeys(const WebFilterPolicy& policy, bool white,
+                                         const EntryKeys& keys);
+
+}  // namespace sentrel::cli

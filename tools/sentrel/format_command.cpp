@@ -1,0 +1,72 @@
+#include <ostream>
+
+#include "command.h"
+#include "policy/hresult_error.h"
+#include "policy/web_filter_xml_processor.h"
+#include "policy_file.h"
+#include "utf8.h"
+
+namespace sentrel::cli {
+
+namespace {
+
+// The UTF-16LE bytes of the text, in the byte order the component writes.
+std::string Utf16LeBytes(std::u16string_view text) {
+    std::string bytes;
+    bytes.reserve(text.size() * 2);
+    for (const char16_t unit : text) {
+        bytes.push_back(static_cast<char>(unit & 0xFF));
+        bytes.push_back(static_cast<char>(unit >> 8));
+    }
+    return bytes;
+}
+
+int RunFormat(const Arguments& arguments, CommandStreams& streams) {
+    const std::optional<std::string> path = arguments.Value("--policy");
+    if (!path) {
+        return Fail(streams, "format", "--policy FILE is required");
+    }
+    const PolicyFile file = ReadPolicyFile(*path);
+    if (!file.error.empty()) {
+        return Fail(streams, "format", file.error);
+    }
+    WebFilterPolicy policy;
+    if (!WebFilterXmlProcessor::DeserializePolicy(policy, file.text)) {
+        return Fail(streams, "format", "cannot read the policy in " + *path);
+    }
+    std::u16string document;
+    try {
+        document = WebFilterXmlProcessor::SerializePolicy(policy);
+    } catch (const HResultError&) {
+        return Fail(streams, "format", "the policy holds text that XML cannot carry");
+    }
+    if (document.empty()) {
+        return Fail(streams, "format", "the policy holds a list of unknown type");
+    }
+    const std::string bytes = arguments.Has("--utf8")
+                                  ? Utf16ToUtf8(std::u16string_view(document).substr(1))
+                                  : Utf16LeBytes(document);
+    const std::string out = arguments.Value("--out").value_or("-");
+    if (const std::string error = WriteBytes(out, bytes, streams.out); !error.empty()) {
+        return Fail(streams, "format", error);
+    }
+    return kExitOk;
+}
+
+}  // namespace
+
+extern const Command kFormatCommand{
+    "format",
+    "write a policy as the component writes it",
+    "usage: sentrel format --policy FILE [--out FILE] [--utf8]\n\n"
+    "Reads the policy and writes it again as the component serialises it: UTF-16LE with a byte\n"
+    "order mark, no declaration and no indentation.\n\n"
+    "options:\n"
+    "  --policy FILE   the WebFilters document (UTF-16LE with byte order mark FF FE, else UTF-8)\n"
+    "  --out FILE      where to write (default: standard output)\n"
+    "  --utf8          write UTF-8 without a byte order mark instead\n",
+    {{"--policy", "--out"}, {"--utf8"}},
+    &RunFormat,
+};
+
+}  // namespace sentrel::cli
