@@ -41,3 +41,22 @@ void operator delete(void* block) noexcept {
 void operator delete(void* block, std::size_t) noexcept {
     operator delete(block);
 }
+
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    const auto align = static_cast<std::size_t>(alignment);
+    void* block = std::aligned_alloc(align, (size + align - 1) / align * align);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    sentrel::bench::liveBytes.fetch_add(malloc_usable_size(block), std::memory_order_relaxed);
+    sentrel::bench::allocations.fetch_add(1, std::memory_order_relaxed);
+    return block;
+}
+
+void operator delete(void* block, std::align_val_t) noexcept {
+    operator delete(block);
+}
+
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+    operator delete(block);
+}

@@ -1,6 +1,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <map>
 #include <memory>
@@ -81,6 +82,47 @@ BENCHMARK(BM_Decision)
     ->Args({100000, MixMisses})
     ->Repetitions(5)
     ->ReportAggregatesOnly(true);
+
+// Each decision timed on its own, for the distribution over URLs: p50_ns is the median URL's
+// decision time, the clock's own cost taken off.
+void BM_DecisionLatency(benchmark::State& state) {
+    using Clock = std::chrono::steady_clock;
+    const UrlCorpus& corpus = Corpus(static_cast<std::size_t>(state.range(0)));
+    const std::vector<std::u16string> urls = UrlsOf(corpus, MixHalfHits);
+    WebFilterSearcher searcher;
+    searcher.filterType = WebFilterBlockPolicy;
+    searcher.LoadPolicy(corpus.policy);
+
+    std::vector<std::int64_t> clockCosts(1001);
+    for (std::int64_t& cost : clockCosts) {
+        const auto start = Clock::now();
+        cost = (Clock::now() - start).count();
+    }
+    std::nth_element(clockCosts.begin(), clockCosts.begin() + 500, clockCosts.end());
+    const std::int64_t clockCost = clockCosts[500];
+
+    std::vector<std::int64_t> samples;
+    samples.reserve(static_cast<std::size_t>(state.max_iterations) * urls.size());
+    for (auto _ : state) {
+        for (const std::u16string& url : urls) {
+            const auto start = Clock::now();
+            benchmark::DoNotOptimize(searcher.IsUrlAllowed(url));
+            const auto stop = Clock::now();
+            samples.push_back(
+                std::chrono::duration_cast<std::chrono::nanoseconds>(stop - start).count() -
+                clockCost);
+        }
+    }
+    std::sort(samples.begin(), samples.end());
+    const auto percentile = [&samples](std::size_t percent) {
+        return static_cast<double>(samples[(samples.size() - 1) * percent / 100]);
+    };
+    state.counters["p50_ns"] = percentile(50);
+    state.counters["p90_ns"] = percentile(90);
+    state.counters["p99_ns"] = percentile(99);
+    state.counters["clock_ns"] = static_cast<double>(clockCost);
+}
+BENCHMARK(BM_DecisionLatency)->ArgName("entries")->Arg(1000)->Arg(100000)->Iterations(20);
 
 // The parts of a decision before the index: normalising and cracking.
 void BM_NormalizeAndCrack(benchmark::State& state) {

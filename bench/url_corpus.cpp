@@ -25,6 +25,11 @@ class Generator {
             // Letters mostly; digits and hyphens now and then, never first.
             word.push_back(kLetters[i == 0 || !Chance(10) ? Below(26) : 26 + Below(11)]);
         }
+        // A first label "www" would be dropped from an entry's host key and leave a bare
+        // top-level domain that lists every host under it.
+        if (word == u"www") {
+            word.push_back(u'x');
+        }
         return word;
     }
 

@@ -10,6 +10,29 @@ constexpr std::array<std::u16string_view, 8> kSchemeNames = {
     u"ftp", u"gopher", u"http", u"https", u"file", u"news", u"mailto", u"socks",
 };
 
+// What an ASCII character does when it is met in the authority or in the path; characters
+// beyond ASCII do neither. Looked up in a table so that the scans over ordinary characters
+// branch only where they stop.
+enum CharacterRole : std::uint8_t {
+    kEndsRun = 1,   // NUL and the characters with a role in the authority
+    kEndsPath = 2,  // NUL, '#' and '?' (for every scheme but file)
+};
+
+constexpr std::array<std::uint8_t, 128> kCharacterRoles = [] {
+    std::array<std::uint8_t, 128> roles{};
+    for (const char16_t ch : std::u16string_view(u"\0:@/?[]", 7)) {
+        roles[ch] |= kEndsRun;
+    }
+    for (const char16_t ch : std::u16string_view(u"\0#?", 3)) {
+        roles[ch] |= kEndsPath;
+    }
+    return roles;
+}();
+
+std::uint8_t RoleOf(char16_t ch) {
+    return ch < kCharacterRoles.size() ? kCharacterRoles[ch] : 0;
+}
+
 char16_t LowerAscii(char16_t ch) {
     return ch >= u'A' && ch <= u'Z' ? static_cast<char16_t>(ch - u'A' + u'a') : ch;
 }
@@ -41,15 +64,35 @@ class UrlCracker {
     void StartSegment() { segmentBegin_ = pos_; }
     std::u16string_view Rest() {
         const std::size_t begin = pos_;
-        while (At(pos_) != u'\0') {
+        while (pos_ < text_.size() && text_[pos_] != u'\0') {
             ++pos_;
         }
         return text_.substr(begin, pos_ - begin);
     }
 
+    // Passes a run of characters without a role, all but the last of the text: each of them is
+    // only appended to the segment. The last one is left to end the authority.
+    void SkipOrdinary() {
+        const std::size_t begin = pos_;
+        while (pos_ < text_.size() && (RoleOf(text_[pos_]) & kEndsRun) == 0) {
+            ++pos_;
+        }
+        if (pos_ > begin && At(pos_) == u'\0') {
+            --pos_;
+        }
+    }
+
     // Phase 1: scheme, user info, host and port. On true, pos_ is where the path begins.
     bool CrackAuthority() {
-        for (char16_t ch = At(pos_); ch != u'\0'; ch = At(pos_)) {
+        for (;;) {
+            SkipOrdinary();
+            if (pos_ - segmentBegin_ > kCrackSegmentLimit) {
+                return false;
+            }
+            const char16_t ch = At(pos_);
+            if (ch == u'\0') {
+                return true;  // ran out at a delimiter: the segment is empty, no host is stored
+            }
             if (ch == u':' && !inBrackets_) {
                 const Next next = haveScheme_ ? TakeAfterText() : TakeScheme();
                 if (next != Next::Authority) {
@@ -86,7 +129,6 @@ class UrlCracker {
                 return EndAuthority();
             }
         }
-        return true;  // ran out at a delimiter: the segment is empty and no host is stored
     }
 
     // The first ':' outside brackets: the segment is the scheme.
@@ -164,9 +206,10 @@ class UrlCracker {
     // Phase 2: the path runs to the query or fragment, or for a file URL to the end.
     bool CrackPath() {
         const std::size_t begin = pos_;
-        const bool file = out_.schemeId == UrlScheme::File;
-        for (char16_t ch = At(pos_); ch != u'\0' && (file || (ch != u'#' && ch != u'?'));
-             ch = At(pos_)) {
+        if (out_.schemeId == UrlScheme::File) {
+            return out_.path.Assign(Rest());
+        }
+        while (pos_ < text_.size() && (RoleOf(text_[pos_]) & kEndsPath) == 0) {
             ++pos_;
         }
         return out_.path.Assign(text_.substr(begin, pos_ - begin));

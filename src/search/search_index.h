@@ -1,37 +1,101 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <memory_resource>
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace sentrel {
 
 // The four levels of an index: scheme key, host key, port, path key. Text keys are ordered by
-// their UTF-16 code units as unsigned values (std::u16string's own order), and every map is
+// their UTF-16 code units as unsigned values (the strings' own order), and every map is
 // transparent so that look-ups take views of the keys without building strings. Each nested
 // level has exactly one holder, the entry above it.
+//
+// Every level takes its memory from the resource of the map it hangs under, so that an index
+// built in one arena keeps the parts of an entry close together and is released at once; an
+// index made without a resource uses the default heap.
+using IndexAllocator = std::pmr::polymorphic_allocator<std::byte>;
+using IndexKey = std::pmr::u16string;
 
 // The path keys listed for one host and port; empty means every path.
 struct StringSetTypeStruct {
-    std::set<std::u16string, std::less<>> paths;
+    using allocator_type = IndexAllocator;
+    explicit StringSetTypeStruct(const allocator_type& allocator = {}) : paths(allocator) {}
+
+    std::pmr::set<IndexKey, std::less<>> paths;
 };
 
 // Port 0 holds the entries that named no port.
 struct PortToPathsMapTypeStruct {
-    std::map<std::uint16_t, std::shared_ptr<StringSetTypeStruct>> ports;
+    using allocator_type = IndexAllocator;
+    explicit PortToPathsMapTypeStruct(const allocator_type& allocator = {}) : ports(allocator) {}
+
+    std::pmr::map<std::uint16_t, std::shared_ptr<StringSetTypeStruct>> ports;
 };
 
-struct HostToInfoMapTypeStruct {
-    std::map<std::u16string, std::shared_ptr<PortToPathsMapTypeStruct>, std::less<>> hosts;
+using HostMap = std::pmr::map<IndexKey, std::shared_ptr<PortToPathsMapTypeStruct>, std::less<>>;
+
+// Finds the entries of a host map by a hash of their keys. A decision looks up one candidate
+// host key per label of the URL's host, and most are not listed: here that costs one probe of a
+// compact table rather than a walk down a tree of every host. Each slot holds a key's hash and
+// its entry in the map, whose key confirms a match.
+class HostHashTable {
+  public:
+    static std::uint64_t Hash(std::u16string_view key);
+
+    // The entry of the key, whose hash is given.
+    const HostMap::value_type* Find(std::u16string_view key, std::uint64_t hash) const;
+    // The entry's key, whose hash is given, must not be in the table yet.
+    void Insert(const HostMap::value_type& entry, std::uint64_t hash);
+
+  private:
+    struct Slot {
+        std::uint64_t hash = 0;
+        const HostMap::value_type* entry = nullptr;
+    };
+
+    void Place(const Slot& slot);
+
+    std::vector<Slot> slots_;  // a power of two in size, at most half full
+    std::size_t count_ = 0;
+};
+
+// The host keys of one scheme, ordered, with a hash table beside them for look-ups; both change
+// only through FindOrAdd, so they always hold the same keys.
+class HostToInfoMapTypeStruct {
+  public:
+    using allocator_type = IndexAllocator;
+    explicit HostToInfoMapTypeStruct(const allocator_type& allocator = {}) : hosts_(allocator) {}
+    HostToInfoMapTypeStruct(const HostToInfoMapTypeStruct&) = delete;
+    HostToInfoMapTypeStruct& operator=(const HostToInfoMapTypeStruct&) = delete;
+
+    const HostMap& hosts() const { return hosts_; }
+    const PortToPathsMapTypeStruct* Find(std::u16string_view hostKey) const;
+    // The ports of the host key, added empty when the key is new.
+    PortToPathsMapTypeStruct& FindOrAdd(std::u16string_view hostKey);
+
+  private:
+    HostMap hosts_;
+    HostHashTable table_;
 };
 
 // An index is empty when it has no scheme entry; a scheme entry may hold no host.
 using SchemeToInfoMapType =
-    std::map<std::u16string, std::shared_ptr<HostToInfoMapTypeStruct>, std::less<>>;
+    std::pmr::map<IndexKey, std::shared_ptr<HostToInfoMapTypeStruct>, std::less<>>;
+
+// A new, empty level to hang under a map, made from that map's memory (the allocator hands
+// itself on to the level's own map).
+template <class Level, class Map>
+std::shared_ptr<Level> MakeIndexLevel(const Map& parent) {
+    return std::allocate_shared<Level>(IndexAllocator(parent.get_allocator()));
+}
 
 // One leaf of an index, as a walk hands it out.
 struct IndexEntryView {
@@ -50,12 +114,12 @@ void WalkIndex(const SchemeToInfoMapType& index, Visitor&& visit) {
     for (const auto& [schemeKey, hosts] : index) {
         IndexEntryView entry;
         entry.schemeKey = schemeKey;
-        if (hosts->hosts.empty()) {
+        if (hosts->hosts().empty()) {
             visit(static_cast<const IndexEntryView&>(entry));
             continue;
         }
         entry.hasHost = true;
-        for (const auto& [hostKey, ports] : hosts->hosts) {
+        for (const auto& [hostKey, ports] : hosts->hosts()) {
             entry.hostKey = hostKey;
             for (const auto& [port, paths] : ports->ports) {
                 entry.port = port;
@@ -64,7 +128,7 @@ void WalkIndex(const SchemeToInfoMapType& index, Visitor&& visit) {
                 if (entry.everyPath) {
                     visit(static_cast<const IndexEntryView&>(entry));
                 }
-                for (const std::u16string& pathKey : paths->paths) {
+                for (const IndexKey& pathKey : paths->paths) {
                     entry.pathKey = pathKey;
                     visit(static_cast<const IndexEntryView&>(entry));
                 }

@@ -41,22 +41,26 @@ int UrlDigitValue(char16_t ch) {
 }
 
 std::u16string NormalizeUrlText(std::u16string_view text) {
-    // Wide-string routines stop at the first NUL; so does every reader of URL text here.
-    text = text.substr(0, text.find(u'\0'));
-    std::size_t end = text.size();
-    while (end > 0 && IsUrlWhiteSpace(text[end - 1])) {
-        --end;
-    }
     std::size_t begin = 0;
-    while (begin < end && IsUrlWhiteSpace(text[begin])) {
+    while (begin < text.size() && text[begin] != u'\0' && IsUrlWhiteSpace(text[begin])) {
         ++begin;
     }
-    std::u16string result(text.substr(begin, end - begin));
-    for (char16_t& ch : result) {
-        if (ch >= u'A' && ch <= u'Z') {
-            ch = static_cast<char16_t>(ch - u'A' + u'a');
+    // One pass over the copy lowers it and finds where it ends: wide-string routines stop at the
+    // first NUL, and so does every reader of URL text here.
+    std::u16string result(text.substr(begin));
+    std::size_t end = result.size();
+    for (std::size_t i = 0; i < end; ++i) {
+        const char16_t ch = result[i];
+        if (static_cast<unsigned>(ch - u'A') < 26u) {
+            result[i] = static_cast<char16_t>(ch + (u'a' - u'A'));
+        } else if (ch == u'\0') {
+            end = i;
         }
     }
+    while (end > 0 && IsUrlWhiteSpace(result[end - 1])) {
+        --end;
+    }
+    result.resize(end);
     return result;
 }
 

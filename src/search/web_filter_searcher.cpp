@@ -10,17 +10,6 @@ namespace sentrel {
 
 namespace {
 
-// The nested level stored under key, created empty when the key is new.
-template <class Map>
-typename Map::mapped_type::element_type& FindOrAddLevel(Map& map, std::u16string_view key) {
-    auto it = map.lower_bound(key);
-    if (it == map.end() || it->first != key) {
-        it = map.emplace_hint(it, std::u16string(key),
-                              std::make_shared<typename Map::mapped_type::element_type>());
-    }
-    return *it->second;
-}
-
 bool Miss(IndexTrace* trace, IndexOutcome outcome) {
     if (trace != nullptr) {
         trace->outcome = outcome;
@@ -31,19 +20,22 @@ bool Miss(IndexTrace* trace, IndexOutcome outcome) {
 }  // namespace
 
 void WebFilterSearcher::LoadPolicy(const WebFilterPolicy& policy) {
-    // Emptied first so that a failed build leaves no part of the old policy in force.
     whiteIndex_.clear();
     blackIndex_.clear();
-    SchemeToInfoMapType white;
-    SchemeToInfoMapType black;
-    for (const auto& [id, list] : policy.lists) {
-        SchemeToInfoMapType& target = list.type == FilterListWhite ? white : black;
-        for (const FilterEntry& entry : list.mainEntries) {
-            InsertUrl(NormalizeUrlText(entry.url), target);
+    arena_.Release();
+    try {
+        for (const auto& [id, list] : policy.lists) {
+            SchemeToInfoMapType& target = list.type == FilterListWhite ? whiteIndex_ : blackIndex_;
+            for (const FilterEntry& entry : list.mainEntries) {
+                InsertUrl(NormalizeUrlText(entry.url), target);
+            }
         }
+    } catch (...) {
+        // No half-built index stays in force.
+        whiteIndex_.clear();
+        blackIndex_.clear();
+        throw;
     }
-    whiteIndex_ = std::move(white);
-    blackIndex_ = std::move(black);
 }
 
 void WebFilterSearcher::InsertUrl(std::u16string_view url, SchemeToInfoMapType& index) {
@@ -54,7 +46,12 @@ void WebFilterSearcher::InsertUrl(std::u16string_view url, SchemeToInfoMapType& 
         return;
     }
     // The scheme entry is made even when the host is empty: it makes the index non-empty.
-    InsertIntoHostMap(cracked, FindOrAddLevel(index, SchemeKey(cracked)));
+    const std::u16string_view schemeKey = SchemeKey(cracked);
+    auto scheme = index.find(schemeKey);
+    if (scheme == index.end()) {
+        scheme = index.emplace(schemeKey, MakeIndexLevel<HostToInfoMapTypeStruct>(index)).first;
+    }
+    InsertIntoHostMap(cracked, *scheme->second);
 }
 
 void WebFilterSearcher::InsertIntoHostMap(const CrackedUrl& cracked,
@@ -62,7 +59,7 @@ void WebFilterSearcher::InsertIntoHostMap(const CrackedUrl& cracked,
     if (cracked.host.empty()) {
         return;
     }
-    InsertIntoPortMap(cracked, FindOrAddLevel(hosts.hosts, HostKey(cracked)));
+    InsertIntoPortMap(cracked, hosts.FindOrAdd(HostKey(cracked)));
 }
 
 void WebFilterSearcher::InsertIntoPortMap(const CrackedUrl& cracked,
@@ -70,7 +67,7 @@ void WebFilterSearcher::InsertIntoPortMap(const CrackedUrl& cracked,
     const std::u16string_view pathKey = PathKey(cracked);
     const auto port = ports.ports.find(cracked.port);
     if (port == ports.ports.end()) {
-        auto paths = std::make_shared<StringSetTypeStruct>();
+        auto paths = MakeIndexLevel<StringSetTypeStruct>(ports.ports);
         if (!pathKey.empty()) {
             paths->paths.emplace(pathKey);
         }
@@ -149,15 +146,14 @@ bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToIn
     }
     // The host key, then each shorter suffix that starts after a '.', until one is listed; the
     // first one listed decides alone.
-    const auto& hosts = scheme->second->hosts;
+    const HostToInfoMapTypeStruct& hosts = *scheme->second;
     std::u16string_view candidate = HostKey(cracked);
     for (;;) {
-        const auto host = hosts.find(candidate);
-        if (host != hosts.end()) {
+        if (const PortToPathsMapTypeStruct* const ports = hosts.Find(candidate)) {
             if (trace != nullptr) {
                 trace->hostKey.assign(candidate);
             }
-            return IsUrlInPortMap(cracked, *host->second, trace);
+            return IsUrlInPortMap(cracked, *ports, trace);
         }
         const std::size_t dot = candidate.empty() ? candidate.npos : candidate.find(u'.', 1);
         if (dot == candidate.npos || dot + 1 == candidate.size()) {

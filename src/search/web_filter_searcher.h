@@ -6,6 +6,7 @@
 #include "policy/web_filter_policy.h"
 #include "search/cracked_url.h"
 #include "search/decision_trace.h"
+#include "search/index_arena.h"
 #include "search/search_index.h"
 #include "search/web_filter_type.h"
 
@@ -19,6 +20,10 @@ class WebFilterSearcher {
   public:
     // Set by the owner immediately before each LoadPolicy; LoadPolicy leaves it alone.
     WebFilterType filterType = WebFilterBlockNone;
+
+    WebFilterSearcher() = default;
+    WebFilterSearcher(const WebFilterSearcher&) = delete;
+    WebFilterSearcher& operator=(const WebFilterSearcher&) = delete;
 
     // Replaces both indexes by indexes of the policy's main entries: white lists feed the white
     // index, lists of every other type the black one. Entries that cannot be cracked are logged
@@ -45,8 +50,11 @@ class WebFilterSearcher {
                             IndexTrace* trace = nullptr);
 
   private:
-    SchemeToInfoMapType whiteIndex_;
-    SchemeToInfoMapType blackIndex_;
+    // Both indexes live in this arena; they are emptied before it is released, and destroyed
+    // before it.
+    IndexArena arena_;
+    SchemeToInfoMapType whiteIndex_{&arena_};
+    SchemeToInfoMapType blackIndex_{&arena_};
 };
 
 }  // namespace sentrel

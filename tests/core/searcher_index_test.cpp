@@ -126,7 +126,7 @@ TEST(SearcherIndex, EveryNestedLevelHasExactlyOneHolder) {
     searcher.LoadPolicy(PolicyOf({u"http://a.b/x", u"http://a.b:81/y", u"http://c.d"}, {}));
     for (const auto& [scheme, hosts] : searcher.WhiteIndex()) {
         EXPECT_EQ(hosts.use_count(), 1);
-        for (const auto& [host, ports] : hosts->hosts) {
+        for (const auto& [host, ports] : hosts->hosts()) {
             EXPECT_EQ(ports.use_count(), 1);
             EXPECT_FALSE(ports->ports.empty());
             for (const auto& [port, paths] : ports->ports) {
@@ -195,11 +195,11 @@ TEST(SearcherIndex, HostMapIgnoresAnEmptyHost) {
     auto cracked = std::make_unique<CrackedUrl>();
     ASSERT_TRUE(CrackUrl(u"http://:80/x", *cracked));
     WebFilterSearcher::InsertIntoHostMap(*cracked, hosts);
-    EXPECT_TRUE(hosts.hosts.empty());
+    EXPECT_TRUE(hosts.hosts().empty());
     ASSERT_TRUE(CrackUrl(u"http://www./x", *cracked));
     WebFilterSearcher::InsertIntoHostMap(*cracked, hosts);
-    ASSERT_EQ(hosts.hosts.size(), 1u);
-    EXPECT_EQ(hosts.hosts.begin()->first, u"");
+    ASSERT_EQ(hosts.hosts().size(), 1u);
+    EXPECT_EQ(hosts.hosts().begin()->first, u"");
 }
 
 }  // namespace
