@@ -1,0 +1,141 @@
+// Feeds arbitrary UTF-16 text (the input bytes, two to a character, little-endian) through
+// normalising, cracking, keying, indexing and deciding, and stops at the first broken invariant.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "policy/web_filter_policy.h"
+#include "search/cracked_url.h"
+#include "search/url_keys.h"
+#include "search/url_text.h"
+#include "search/web_filter_searcher.h"
+
+namespace {
+
+using namespace sentrel;
+
+void Require(bool condition) {
+    if (!condition) {
+        std::abort();
+    }
+}
+
+template <std::size_t Limit>
+void RequireSound(const BoundedText<Limit>& text) {
+    Require(text.length() <= Limit);
+    Require(text.c_str()[text.length()] == u'\0');
+}
+
+void RequireCleared(const CrackedUrl& cracked) {
+    Require(cracked.scheme.empty() && cracked.host.empty() && cracked.userName.empty() &&
+            cracked.password.empty() && cracked.path.empty() && cracked.tail.empty());
+    Require(cracked.schemeId == UrlScheme::Other && cracked.port == 0);
+}
+
+void RequireSound(const CrackedUrl& cracked) {
+    RequireSound(cracked.scheme);
+    RequireSound(cracked.host);
+    RequireSound(cracked.userName);
+    RequireSound(cracked.password);
+    RequireSound(cracked.path);
+    RequireSound(cracked.tail);
+    if (cracked.schemeId == UrlScheme::File || cracked.schemeId == UrlScheme::News ||
+        cracked.schemeId == UrlScheme::Mailto) {
+        Require(cracked.port == 0);
+    }
+    Require(!cracked.password.empty() ? !cracked.userName.empty() : true);
+    const std::u16string_view pathKey = PathKey(cracked);
+    Require(pathKey.size() <= cracked.path.length());
+    Require(HostKey(cracked).size() <= cracked.host.length());
+}
+
+// A small fixed policy under each filter type, built once.
+struct Searchers {
+    WebFilterSearcher none;
+    WebFilterSearcher white;
+    WebFilterSearcher black;
+    WebFilterSearcher all;
+
+    Searchers() {
+        FilterList whiteList(u"white");
+        for (const char16_t* url : {u"http://a.b/x", u"https://www.c.d:8080/", u"ftp://e.f",
+                                    u"http://[::1]/p/q", u"http:///empty", u"http://b"}) {
+            whiteList.AddEntry(FilterEntry(u"w", url));
+        }
+        FilterList blackList(u"black");
+        blackList.type = FilterListBlack;
+        for (const char16_t* url : {u"http://g.h", u"http://i.j:81/k/", u"mailto:u@m.n"}) {
+            blackList.AddEntry(FilterEntry(u"b", url));
+        }
+        WebFilterPolicy whitePolicy;
+        whitePolicy.AddList(whiteList);
+        whitePolicy.AddList(blackList);
+        WebFilterPolicy blackPolicy;
+        blackPolicy.AddList(blackList);
+        none.filterType = WebFilterBlockNone;
+        white.filterType = WebFilterBlockPolicy;
+        white.LoadPolicy(whitePolicy);
+        black.filterType = WebFilterBlockPolicy;
+        black.LoadPolicy(blackPolicy);
+        all.filterType = WebFilterBlockAll;
+        all.LoadPolicy(whitePolicy);
+    }
+};
+
+void RequireTracedDecisionAgrees(const WebFilterSearcher& searcher, std::u16string_view url) {
+    DecisionTrace trace;
+    const bool allowed = searcher.IsUrlAllowed(url);
+    Require(searcher.IsUrlAllowed(url, &trace) == allowed);
+    Require(trace.allowed == allowed);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const Searchers searchers;
+    static const auto cracked = std::make_unique<CrackedUrl>();
+
+    std::u16string text(size / 2, u'\0');
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        text[i] = static_cast<char16_t>(data[2 * i] | (data[2 * i + 1] << 8));
+    }
+
+    const std::u16string normalized = NormalizeUrlText(text);
+    Require(normalized.size() <= text.size());
+    Require(normalized.find(u'\0') == std::u16string::npos);
+    Require(normalized.empty() ||
+            (!IsUrlWhiteSpace(normalized.front()) && !IsUrlWhiteSpace(normalized.back())));
+    for (const char16_t ch : normalized) {
+        Require(ch < u'A' || ch > u'Z');
+    }
+    Require(NormalizeUrlText(normalized) == normalized);
+
+    // Raw text too: cracking must hold up on input nobody normalised.
+    if (CrackUrl(text, *cracked)) {
+        RequireSound(*cracked);
+    } else {
+        RequireCleared(*cracked);
+    }
+
+    if (CrackUrl(normalized, *cracked)) {
+        RequireSound(*cracked);
+        // An entry always matches the URL it was made from.
+        SchemeToInfoMapType index;
+        WebFilterSearcher::InsertUrl(normalized, index);
+        Require(index.size() == 1);
+        Require(WebFilterSearcher::IsUrlInIndex(*cracked, index) == !cracked->host.empty());
+    } else {
+        RequireCleared(*cracked);
+    }
+
+    Require(searchers.none.IsUrlAllowed(text));
+    for (const WebFilterSearcher* searcher : {&searchers.white, &searchers.black, &searchers.all}) {
+        RequireTracedDecisionAgrees(*searcher, text);
+    }
+    return 0;
+}
