@@ -8,8 +8,23 @@ std::uint64_t HostHashTable::Hash(std::u16string_view key) {
     return std::hash<std::u16string_view>{}(key);
 }
 
+bool HostHashTable::MayHold(std::uint64_t hash) const {
+    const std::size_t mask = filter_.size() * 64 - 1;
+    const std::size_t first = (hash >> 32) & mask;
+    const std::size_t second = (hash >> 11) & mask;
+    return (filter_[first / 64] >> (first % 64) & filter_[second / 64] >> (second % 64) & 1) != 0;
+}
+
+void HostHashTable::Mark(std::uint64_t hash) {
+    const std::size_t mask = filter_.size() * 64 - 1;
+    const std::size_t first = (hash >> 32) & mask;
+    const std::size_t second = (hash >> 11) & mask;
+    filter_[first / 64] |= std::uint64_t{1} << (first % 64);
+    filter_[second / 64] |= std::uint64_t{1} << (second % 64);
+}
+
 const HostMap::value_type* HostHashTable::Find(std::u16string_view key, std::uint64_t hash) const {
-    if (count_ == 0) {
+    if (count_ == 0 || !MayHold(hash)) {
         return nullptr;
     }
     const std::size_t mask = slots_.size() - 1;
@@ -28,6 +43,7 @@ void HostHashTable::Insert(const HostMap::value_type& entry, std::uint64_t hash)
     if ((count_ + 1) * 2 > slots_.size()) {
         std::vector<Slot> old(slots_.empty() ? 16 : slots_.size() * 2);
         old.swap(slots_);
+        filter_.assign(slots_.size() / 16, 0);
         for (const Slot& slot : old) {
             if (slot.entry != nullptr) {
                 Place(slot);
@@ -39,6 +55,7 @@ void HostHashTable::Insert(const HostMap::value_type& entry, std::uint64_t hash)
 }
 
 void HostHashTable::Place(const Slot& slot) {
+    Mark(slot.hash);
     const std::size_t mask = slots_.size() - 1;
     std::size_t i = static_cast<std::size_t>(slot.hash) & mask;
     while (slots_[i].entry != nullptr) {

@@ -62,8 +62,13 @@ class HostHashTable {
     };
 
     void Place(const Slot& slot);
+    // Two bits chosen by the hash in a bit array small enough to stay in a near cache: a key
+    // that is not listed is almost always turned away there, without a probe of the slots.
+    bool MayHold(std::uint64_t hash) const;
+    void Mark(std::uint64_t hash);
 
-    std::vector<Slot> slots_;  // a power of two in size, at most half full
+    std::vector<Slot> slots_;            // a power of two in size, at most half full
+    std::vector<std::uint64_t> filter_;  // four bits for every slot
     std::size_t count_ = 0;
 };
 
