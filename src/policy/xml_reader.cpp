@@ -137,7 +137,9 @@ void XmlReader::Refill() {
     // Doubling the buffer whenever a node fills more than half of it keeps the work of parsing
     // long nodes again linear in their length.
     if (text_.empty()) {
-        text_.resize(kChunkUnits);
+        // A small document needs no more than its own size (and a unit to see its end by).
+        const std::uint64_t units = input_->Size().value_or(kChunkUnits * 2) / 2 + 1;
+        text_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(units, kChunkUnits)));
     } else if (end_ > text_.size() / 2) {
         text_.resize(text_.size() * 2);
     }

@@ -9,9 +9,6 @@
 namespace sentrel {
 namespace {
 
-constexpr char16_t kWhiteId[] = u"{00000001-0000-0000-0000-000000000000}";
-constexpr char16_t kBlackId[] = u"{00000100-0000-0000-0000-000000000000}";
-
 WebFilterPolicy Read(const std::u16string& document) {
     WebFilterPolicy policy;
     EXPECT_TRUE(WebFilterXmlProcessor::DeserializePolicy(policy, document));
