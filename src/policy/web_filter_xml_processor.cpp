@@ -12,7 +12,7 @@
 
 namespace sentrel {
 
-enum class PolicyRole {
+enum class PolicyRole : std::uint8_t {
     Version,
     RefreshMode,
     List,
@@ -255,8 +255,6 @@ void WebFilterXmlProcessor::OnText(std::u16string_view text) {
     if (currentElement_ == nullptr) {
         return;
     }
-    // Text for an element of the other list family is dropped, but still counts as taken.
-    const bool ownFamily = currentElement_->family == currentList_.type;
     switch (currentElement_->role) {
         case PolicyRole::Version:
             policy_->version = NumberOfText(text);
@@ -266,31 +264,31 @@ void WebFilterXmlProcessor::OnText(std::u16string_view text) {
             break;
         case PolicyRole::List:
             break;
-        case PolicyRole::Id:
-            if (ownFamily) {
-                currentList_.id = GuidFromText(text);
-            }
-            break;
-        case PolicyRole::Name:
-            if (ownFamily) {
-                currentList_.name = text;
-            }
-            break;
-        case PolicyRole::EntryName:
-            if (ownFamily) {
-                currentEntry_.name = text;
-            }
-            break;
-        case PolicyRole::EntryUrl:
-            if (ownFamily) {
-                currentEntry_.url = text;
-            }
-            break;
         case PolicyRole::MainEntry:
         case PolicyRole::ExceptionEntry:
             return;  // not taken: the entry's own elements follow
+        case PolicyRole::Id:
+        case PolicyRole::Name:
+        case PolicyRole::EntryName:
+        case PolicyRole::EntryUrl:
+            // Text for an element of the other list family is dropped, but still counts as taken.
+            if (currentElement_->family == currentList_.type) {
+                TakeListText(currentElement_->role, text);
+            }
+            break;
     }
     currentElement_ = nullptr;
+}
+
+void WebFilterXmlProcessor::TakeListText(PolicyRole role, std::u16string_view text) {
+    if (role == PolicyRole::Id) {
+        currentList_.id = GuidFromText(text);
+        return;
+    }
+    std::u16string& field = role == PolicyRole::Name        ? currentList_.name
+                            : role == PolicyRole::EntryName ? currentEntry_.name
+                                                            : currentEntry_.url;
+    field = text;
 }
 
 void WebFilterXmlProcessor::OnEndElement(std::u16string_view name) {

@@ -13,6 +13,7 @@
 namespace sentrel {
 
 struct PolicyElement;
+enum class PolicyRole : std::uint8_t;
 
 // Turns a policy into its WebFilters document and back. One processor serves one document in
 // one direction, over its own in-memory storage (or a file, when a path is given).
@@ -58,6 +59,8 @@ class WebFilterXmlProcessor {
   private:
     void OnStartElement(std::u16string_view name);
     void OnText(std::u16string_view text);
+    // Stores the text of a list's id, its name or its current entry's name or url.
+    void TakeListText(PolicyRole role, std::u16string_view text);
     void OnEndElement(std::u16string_view name);
 
     WebFilterPolicy* policy_;

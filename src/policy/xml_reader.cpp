@@ -14,6 +14,10 @@ namespace {
 // The buffer's first size; a node longer than half of it doubles it.
 constexpr std::size_t kChunkUnits = 32 * 1024;
 
+// Elements may nest this deep, as with the platform reader's default settings; deeper documents
+// count as malformed.
+constexpr std::size_t kMaxDepth = 256;
+
 // How the reader's inner loops see each ASCII character.
 enum AsciiClass : std::uint8_t {
     kNameStart = 1,  // may start a name or the part after its colon
@@ -208,7 +212,7 @@ XmlReader::Scan XmlReader::ParseStartTag(std::size_t start) {
     if (scan != Scan::Done) {
         return scan;
     }
-    if (HasDuplicateAttribute()) {
+    if (HasDuplicateAttribute() || openNameStarts_.size() >= kMaxDepth) {
         return Scan::Malformed;
     }
     if (!empty) {

@@ -32,9 +32,10 @@ enum class XmlReadResult {
 // A forward-only pull reader over UTF-16LE bytes, whatever a declaration names as encoding. It
 // reports each node only once the node has been read completely and found well-formed, so a
 // document cut short yields exactly the nodes that lie wholly before the cut. A document type
-// declaration counts as malformed. Attributes are checked but not reported, and namespace
-// prefixes are not resolved. The input is read in pieces and nesting is tracked without
-// recursion, so neither a document's size nor its depth grows the stack.
+// declaration counts as malformed, and so does nesting deeper than 256 elements. Attributes are
+// checked but not reported, and namespace prefixes are not resolved. The input is read in pieces
+// and nesting is tracked without recursion, so neither a document's size nor its depth grows the
+// stack.
 class XmlReader {
   public:
     explicit XmlReader(std::shared_ptr<ByteStream> input);

@@ -18,12 +18,9 @@ XmlWriter::XmlWriter(std::shared_ptr<ByteStream> output)
 
 bool XmlWriter::WriteStartElement(std::u16string_view name) {
     const std::size_t mark = pending_.size();
-    if (failed_ || !IsXmlNcName(name)) {
+    if (!AppendStartTag(name)) {
         return Finish(false, mark);
     }
-    pending_.push_back(u'<');
-    pending_.append(name);
-    pending_.push_back(u'>');
     openNameStarts_.push_back(openNames_.size());
     openNames_.append(name);
     return Finish(true, mark);
@@ -31,18 +28,10 @@ bool XmlWriter::WriteStartElement(std::u16string_view name) {
 
 bool XmlWriter::WriteElementString(std::u16string_view name, std::u16string_view value) {
     const std::size_t mark = pending_.size();
-    if (failed_ || !IsXmlNcName(name)) {
+    if (!AppendStartTag(name) || !AppendEscaped(value)) {
         return Finish(false, mark);
     }
-    pending_.push_back(u'<');
-    pending_.append(name);
-    pending_.push_back(u'>');
-    if (!AppendEscaped(value)) {
-        return Finish(false, mark);
-    }
-    pending_.append(u"</");
-    pending_.append(name);
-    pending_.push_back(u'>');
+    AppendEndTag(name);
     return Finish(true, mark);
 }
 
@@ -51,9 +40,7 @@ bool XmlWriter::WriteFullEndElement() {
     if (failed_ || openNameStarts_.empty()) {
         return Finish(false, mark);
     }
-    pending_.append(u"</");
-    pending_.append(std::u16string_view(openNames_).substr(openNameStarts_.back()));
-    pending_.push_back(u'>');
+    AppendEndTag(std::u16string_view(openNames_).substr(openNameStarts_.back()));
     openNames_.resize(openNameStarts_.back());
     openNameStarts_.pop_back();
     return Finish(true, mark);
@@ -65,6 +52,22 @@ bool XmlWriter::Flush() {
     }
     pending_.clear();
     return true;
+}
+
+bool XmlWriter::AppendStartTag(std::u16string_view name) {
+    if (failed_ || !IsXmlNcName(name)) {
+        return false;
+    }
+    pending_.push_back(u'<');
+    pending_.append(name);
+    pending_.push_back(u'>');
+    return true;
+}
+
+void XmlWriter::AppendEndTag(std::u16string_view name) {
+    pending_.append(u"</");
+    pending_.append(name);
+    pending_.push_back(u'>');
 }
 
 bool XmlWriter::AppendEscaped(std::u16string_view value) {

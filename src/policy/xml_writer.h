@@ -27,6 +27,8 @@ class XmlWriter {
     bool Flush();
 
   private:
+    bool AppendStartTag(std::u16string_view name);
+    void AppendEndTag(std::u16string_view name);
     bool AppendEscaped(std::u16string_view value);
     bool Finish(bool succeeded, std::size_t mark);
 

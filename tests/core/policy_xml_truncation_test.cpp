@@ -110,25 +110,28 @@ TEST(DeserializePolicyTruncated, MalformedInputKeepsWhatWasReadBeforeIt) {
     }
 }
 
-TEST(DeserializePolicyTruncated, DeepNestingIsReadWithoutDeepeningTheStack) {
-    constexpr std::size_t kDepth = 1000000;
+TEST(DeserializePolicyTruncated, NestingBeyondTheReadersDepthEndsReading) {
     const WebFilterPolicy full = TwoListPolicy();
-    std::u16string document = WebFilterXmlProcessor::SerializePolicy(full);
+    const std::u16string document = WebFilterXmlProcessor::SerializePolicy(full);
     const std::size_t rootEnd = document.rfind(u"</WebFilters>");
-    std::u16string nesting;
-    nesting.reserve(kDepth * 7 + 64);
-    for (std::size_t i = 0; i < kDepth; ++i) {
-        nesting += u"<x>";
+    // The root is one level: a version 255 levels below it is the deepest an element may stand.
+    for (const std::size_t depth : {std::size_t{254}, std::size_t{255}, std::size_t{1000000}}) {
+        std::u16string nesting;
+        nesting.reserve(depth * 7 + 32);
+        for (std::size_t i = 0; i < depth; ++i) {
+            nesting += u"<x>";
+        }
+        nesting += u"<WFVersion>9</WFVersion>";
+        for (std::size_t i = 0; i < depth; ++i) {
+            nesting += u"</x>";
+        }
+        std::u16string nested = document;
+        nested.insert(rootEnd, nesting);
+        WebFilterPolicy expected = full;
+        expected.version = depth < 255 ? 9 : full.version;
+        EXPECT_EQ(testing::DescribePolicy(Read(nested)), testing::DescribePolicy(expected))
+            << "depth " << depth;
     }
-    nesting += u"<WFVersion>9</WFVersion>";
-    for (std::size_t i = 0; i < kDepth; ++i) {
-        nesting += u"</x>";
-    }
-    document.insert(rootEnd, nesting);
-    const WebFilterPolicy policy = Read(document);
-    WebFilterPolicy expected = full;
-    expected.version = 9;
-    EXPECT_EQ(testing::DescribePolicy(policy), testing::DescribePolicy(expected));
 }
 
 }  // namespace
