@@ -1,0 +1,59 @@
+#pragma once
+
+#include <windows.h>
+
+#include <unknwn.h>
+
+#include "manager/object_lock.h"
+
+namespace sentrel {
+
+// The base of every COM object of the component: the reference count, changed by interlocked
+// increment and decrement, the object lock, and the controlling unknown (the outer object's when
+// the object is aggregated). ComObject<T> completes a class derived from it into an object.
+class ComObjectRoot {
+  public:
+    ComObjectRoot(const ComObjectRoot&) = delete;
+    ComObjectRoot& operator=(const ComObjectRoot&) = delete;
+
+    // Guards the object's state; initialised during creation, before FinalConstruct.
+    ObjectLock& GetLock() noexcept { return lock_; }
+
+    // The unknown that holds the object's identity and reference count: the outer object's when
+    // aggregated, else the object's own. AddRef and Release on any interface of the object go to
+    // it.
+    IUnknown* ControllingUnknown() const noexcept { return controlling_; }
+    bool IsAggregated() const noexcept { return aggregated_; }
+
+  protected:
+    ComObjectRoot() noexcept = default;
+    ~ComObjectRoot() = default;
+
+    // Hooks that a derived class hides with its own: FinalConstruct runs once the object is built,
+    // with a reference held on it, and a failure ends the creation; FinalRelease runs first when
+    // the object is destroyed.
+    HRESULT FinalConstruct() noexcept { return S_OK; }
+    void FinalRelease() noexcept {}
+
+    ULONG InternalAddRef() noexcept { return static_cast<ULONG>(InterlockedIncrement(&count_)); }
+    ULONG InternalRelease() noexcept { return static_cast<ULONG>(InterlockedDecrement(&count_)); }
+
+    void SetControllingUnknown(IUnknown* controlling, bool aggregated) noexcept {
+        controlling_ = controlling;
+        aggregated_ = aggregated;
+    }
+
+    // From here on AddRef and Release pairs made during destruction (by FinalRelease handing the
+    // object to others) never bring the count to 0 again.
+    void BeginDestruction() noexcept { count_ = kDestroyingCount; }
+
+  private:
+    static constexpr LONG kDestroyingCount = -(0x7FFFFFFF / 2);
+
+    LONG count_ = 0;
+    IUnknown* controlling_ = nullptr;
+    bool aggregated_ = false;
+    ObjectLock lock_;
+};
+
+}  // namespace sentrel

@@ -1,0 +1,21 @@
+#include "manager/web_filter_events_proxy.h"
+
+#include <cstddef>
+
+namespace sentrel {
+
+void CProxy_IWebFilterEvents::Fire_OnFilterContentChanged(WebFilterType type) noexcept {
+    // A sink may release the object's last reference from inside the event: the object stays
+    // until the last sink has returned.
+    const ComPtr<IConnectionPoint> keepAlive(&point_);
+    // Slots added while the event runs are not visited; slots that went away read as empty.
+    const std::size_t slots = point_.SlotCount();
+    for (std::size_t slot = 0; slot < slots; ++slot) {
+        if (const ComPtr<IUnknown> sink = point_.SinkAt(slot)) {
+            // The slot holds the sink's IWebFilterEvents, which Advise asked it for.
+            static_cast<IWebFilterEvents*>(sink.Get())->OnFilterContentChanged(type);
+        }
+    }
+}
+
+}  // namespace sentrel

@@ -1,0 +1,203 @@
+#pragma once
+
+// Test doubles with hand-written reference counts, so that tests see exactly the references that
+// the code under test holds, and a small event source built from the COM building blocks.
+
+#include <windows.h>
+
+#include <ocidl.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "manager/com_object.h"
+#include "manager/com_object_root.h"
+#include "manager/com_ptr.h"
+#include "manager/connection_point_container.h"
+#include "manager/web_filter_events_proxy.h"
+#include "module/interface_table.h"
+#include "sentrel_h.h"
+
+namespace sentrel::test {
+
+// An IWebFilterEvents sink owned by the test: its count only tells who holds it, it never deletes
+// itself. It records each event with the thread it arrived on.
+class TestSink final : public IWebFilterEvents {
+  public:
+    struct Event {
+        WebFilterType type;
+        DWORD thread;
+    };
+
+    // queryResult: what QueryInterface answers for IWebFilterEvents (E_NOINTERFACE makes a sink
+    // that cannot connect); eventResult: what the event returns.
+    explicit TestSink(HRESULT queryResult = S_OK, HRESULT eventResult = S_OK)
+        : queryResult_(queryResult), eventResult_(eventResult) {}
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        *object = nullptr;
+        if (InlineIsEqualGUID(iid, IID_IUnknown)) {
+            *object = static_cast<IUnknown*>(this);
+        } else if (InlineIsEqualGUID(iid, IID_IWebFilterEvents)) {
+            if (FAILED(queryResult_)) {
+                return queryResult_;
+            }
+            *object = static_cast<IWebFilterEvents*>(this);
+        } else {
+            return E_NOINTERFACE;
+        }
+        AddRef();
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references_); }
+    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--references_); }
+
+    HRESULT STDMETHODCALLTYPE OnFilterContentChanged(WebFilterType type) override {
+        {
+            const std::lock_guard guard(mutex_);
+            events_.push_back({type, GetCurrentThreadId()});
+        }
+        if (onEvent) {
+            onEvent(type);
+        }
+        return eventResult_;
+    }
+
+    long References() const { return references_.load(); }
+    std::vector<Event> Events() const {
+        const std::lock_guard guard(mutex_);
+        return events_;
+    }
+    std::vector<WebFilterType> Types() const {
+        std::vector<WebFilterType> types;
+        for (const Event& event : Events()) {
+            types.push_back(event.type);
+        }
+        return types;
+    }
+
+    // Runs inside each event, after it was recorded.
+    std::function<void(WebFilterType)> onEvent;
+
+  private:
+    const HRESULT queryResult_;
+    const HRESULT eventResult_;
+    std::atomic<long> references_{0};
+    mutable std::mutex mutex_;
+    std::vector<Event> events_;
+};
+
+// What happened to the TestSource objects that one test made.
+struct SourceProbe {
+    HRESULT finalConstructResult = S_OK;
+    // FinalRelease hands the object out once more (an AddRef and Release pair).
+    bool touchInFinalRelease = false;
+    std::atomic<int> finalConstructs{0};
+    std::atomic<int> finalReleases{0};
+    std::atomic<int> destructions{0};
+};
+
+// A COM object built from the blocks: IPersist (whose GetClassID names the class), and the
+// connection-point container with the IWebFilterEvents connection point.
+class TestSource : public ComObjectRoot,
+                   public IPersist,
+                   public ConnectionPointContainer,
+                   public CProxy_IWebFilterEvents {
+  public:
+    static constexpr CLSID kClassId = {
+        0x5D1C0AE1, 0x1D5B, 0x4C0F, {0x9A, 0x51, 0x33, 0x0C, 0x7E, 0x2A, 0x61, 0x0B}};
+
+    HRESULT STDMETHODCALLTYPE GetClassID(CLSID* classId) override {
+        *classId = kClassId;
+        return S_OK;
+    }
+
+    using CProxy_IWebFilterEvents::EventsConnectionPoint;
+
+  protected:
+    explicit TestSource(SourceProbe* probe) noexcept
+        : CProxy_IWebFilterEvents(*this, GetLock()), probe_(probe) {}
+    ~TestSource() { ++probe_->destructions; }
+
+    HRESULT FinalConstruct() noexcept {
+        ++probe_->finalConstructs;
+        return probe_->finalConstructResult;
+    }
+    void FinalRelease() noexcept {
+        ++probe_->finalReleases;
+        if (probe_->touchInFinalRelease) {
+            ControllingUnknown()->AddRef();
+            ControllingUnknown()->Release();
+        }
+    }
+
+    IUnknown* FindInterface(REFIID iid) noexcept {
+        return FindInterfaceIn<IPersist, IConnectionPointContainer>(this, iid);
+    }
+
+    ConnectionPoint* ConnectionPointAt(std::size_t index) noexcept override {
+        return index == 0 ? &EventsConnectionPoint() : nullptr;
+    }
+
+  private:
+    SourceProbe* const probe_;
+};
+
+// The object behind a TestSource's container interface.
+inline TestSource& SourceOf(IConnectionPointContainer* container) {
+    return *static_cast<TestSource*>(static_cast<ConnectionPointContainer*>(container));
+}
+
+// Creates a plain TestSource and hands out its interface I.
+template <class I>
+HRESULT CreateSource(SourceProbe& probe, I** object, IUnknown* outer = nullptr) {
+    return ComObject<TestSource>::Create(outer, __uuidof(I), reinterpret_cast<void**>(object),
+                                         &probe);
+}
+
+// An outer object on the heap that aggregates a TestSource: it answers IUnknown itself and
+// IPersist through the inner object, and nothing else of the inner object.
+class TestOuter final : public IUnknown {
+  public:
+    // Made with one reference, for the test to release.
+    static TestOuter* Make(SourceProbe& probe, HRESULT& created) {
+        auto* outer = new TestOuter;
+        created = CreateSource(probe, outer->inner_.Put(), outer);
+        return outer;
+    }
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        if (InlineIsEqualGUID(iid, IID_IPersist)) {
+            return inner_->QueryInterface(iid, object);
+        }
+        if (!InlineIsEqualGUID(iid, IID_IUnknown)) {
+            *object = nullptr;
+            return E_NOINTERFACE;
+        }
+        AddRef();
+        *object = static_cast<IUnknown*>(this);
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references_); }
+    ULONG STDMETHODCALLTYPE Release() override {
+        const long left = --references_;
+        if (left == 0) {
+            delete this;
+        }
+        return static_cast<ULONG>(left);
+    }
+
+    IUnknown* Inner() const { return inner_.Get(); }
+    long References() const { return references_.load(); }
+
+  private:
+    TestOuter() = default;
+    ~TestOuter() = default;
+
+    std::atomic<long> references_{1};
+    ComPtr<IUnknown> inner_;
+};
+
+}  // namespace sentrel::test

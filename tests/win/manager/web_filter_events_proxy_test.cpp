@@ -1,0 +1,194 @@
+#include "manager/web_filter_events_proxy.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "manager/com_ptr.h"
+#include "source_fixture.h"
+#include "test_doubles.h"
+
+namespace sentrel::test {
+namespace {
+
+class FireTest : public SourceTest {
+  protected:
+    void Fire(WebFilterType type) { Source().Fire_OnFilterContentChanged(type); }
+};
+
+TEST_F(FireTest, EverySinkReceivesTheTypeOnceInSlotOrder) {
+    std::vector<TestSink*> sinks;
+    std::vector<TestSink*> order;
+    for (int index = 0; index < 6; ++index) {
+        TestSink& sink = MakeSink();
+        Advise(sink);
+        sink.onEvent = [&order, &sink](WebFilterType) { order.push_back(&sink); };
+        sinks.push_back(&sink);
+    }
+    for (const WebFilterType type :
+         {WebFilterBlockAll, WebFilterBlockPolicy, static_cast<WebFilterType>(3)}) {
+        order.clear();
+        Fire(type);
+        ASSERT_EQ(order.size(), sinks.size());
+        for (std::size_t index = 0; index < sinks.size(); ++index) {
+            EXPECT_EQ(order[index], sinks[index]);
+            EXPECT_EQ(sinks[index]->Types().back(), type);
+        }
+    }
+}
+
+TEST_F(FireTest, WithoutSinksNothingHappens) {
+    Fire(WebFilterBlockAll);
+    TestSink& sink = MakeSink();
+    Advise(sink);
+    ASSERT_EQ(point_->Unadvise(1), S_OK);
+    Fire(WebFilterBlockAll);
+    EXPECT_TRUE(sink.Events().empty());
+}
+
+TEST_F(FireTest, AFailingSinkDoesNotKeepTheOthersFromTheEvent) {
+    TestSink& failing = MakeSink(S_OK, E_FAIL);
+    TestSink& disconnected = MakeSink(S_OK, RPC_E_DISCONNECTED);
+    TestSink& healthy = MakeSink();
+    Advise(failing);
+    Advise(disconnected);
+    Advise(healthy);
+    Fire(WebFilterBlockPolicy);
+    EXPECT_EQ(failing.Types().size(), 1u);
+    EXPECT_EQ(disconnected.Types().size(), 1u);
+    EXPECT_EQ(healthy.Types(), std::vector<WebFilterType>{WebFilterBlockPolicy});
+}
+
+TEST_F(FireTest, EmptiedSlotsAreSkipped) {
+    TestSink& first = MakeSink();
+    TestSink& second = MakeSink();
+    TestSink& third = MakeSink();
+    Advise(first);
+    Advise(second);
+    Advise(third);
+    ASSERT_EQ(point_->Unadvise(2), S_OK);
+    Fire(WebFilterBlockAll);
+    EXPECT_EQ(first.Types().size(), 1u);
+    EXPECT_TRUE(second.Types().empty());
+    EXPECT_EQ(third.Types().size(), 1u);
+}
+
+TEST_F(FireTest, ASinkThatUnadvisesItselfIsReleasedAfterItsCallReturns) {
+    TestSink& leaving = MakeSink();
+    TestSink& staying = MakeSink();
+    const DWORD cookie = Advise(leaving);
+    Advise(staying);
+    long heldInside = -1;
+    leaving.onEvent = [&](WebFilterType) {
+        EXPECT_EQ(point_->Unadvise(cookie), S_OK);
+        heldInside = leaving.References();
+    };
+    Fire(WebFilterBlockAll);
+    EXPECT_EQ(heldInside, 1) << "the event's own reference keeps the sink during its call";
+    EXPECT_EQ(leaving.References(), 0);
+    EXPECT_EQ(staying.Types().size(), 1u);
+    Fire(WebFilterBlockAll);
+    EXPECT_EQ(leaving.Types().size(), 1u);
+    EXPECT_EQ(staying.Types().size(), 2u);
+}
+
+// With the object lock held during a sink's call, another thread's Advise would wait for it
+// forever; the wait here is bounded, so such a fault fails instead of hanging.
+TEST_F(FireTest, SinksAreCalledWithNoLockHeld) {
+    TestSink& caller = MakeSink();
+    TestSink& added = MakeSink();
+    Advise(caller);
+    bool advisedInTime = false;
+    caller.onEvent = [&](WebFilterType) {
+        std::promise<DWORD> cookie;
+        std::future<DWORD> advised = cookie.get_future();
+        std::thread([this, &added, promise = std::move(cookie)]() mutable {
+            DWORD result = 0;
+            point_->Advise(static_cast<IUnknown*>(&added), &result);
+            promise.set_value(result);
+        }).detach();
+        advisedInTime = advised.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+        if (advisedInTime) {
+            EXPECT_EQ(advised.get(), 2u);
+        }
+    };
+    Fire(WebFilterBlockAll);
+    ASSERT_TRUE(advisedInTime) << "Advise from another thread waited for the firing thread";
+    // Advised during the event into a slot not yet visited: it receives this event too.
+    EXPECT_EQ(added.Types().size(), 1u);
+    EXPECT_EQ(point_->Unadvise(2), S_OK);
+}
+
+TEST_F(FireTest, ASinkMayCallBackOnItsOwnThreadFromInsideTheEvent) {
+    TestSink& caller = MakeSink();
+    TestSink& added = MakeSink();
+    Advise(caller);
+    caller.onEvent = [&](WebFilterType) {
+        DWORD cookie = 0;
+        EXPECT_EQ(point_->Advise(static_cast<IUnknown*>(&added), &cookie), S_OK);
+        EXPECT_EQ(point_->Unadvise(cookie), S_OK);
+    };
+    Fire(WebFilterBlockAll);
+    EXPECT_EQ(added.References(), 0);
+}
+
+TEST_F(FireTest, ASinkMayReleaseTheLastReferenceOfTheObject) {
+    TestSink& releasing = MakeSink();
+    TestSink& later = MakeSink();
+    Advise(releasing);
+    Advise(later);
+    IConnectionPointContainer* const container = container_.Detach();
+    point_.Reset();
+    int destroyedBeforeLaterSink = -1;
+    releasing.onEvent = [container](WebFilterType) { container->Release(); };
+    later.onEvent = [&](WebFilterType) { destroyedBeforeLaterSink = probe_.destructions; };
+    SourceOf(container).Fire_OnFilterContentChanged(WebFilterBlockAll);
+    EXPECT_EQ(destroyedBeforeLaterSink, 0);
+    EXPECT_EQ(probe_.destructions, 1);
+    EXPECT_EQ(releasing.References(), 0);
+    EXPECT_EQ(later.References(), 0);
+}
+
+TEST_F(FireTest, FiringWhileOtherThreadsAdviseAndUnadviseKeepsEveryReferenceRight) {
+    std::array<TestSink, 8> sinks;
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (std::size_t half = 0; half < 2; ++half) {
+        threads.emplace_back([&, half] {
+            for (int round = 0; round < 300; ++round) {
+                std::vector<DWORD> cookies;
+                for (std::size_t index = half * 4; index < half * 4 + 4; ++index) {
+                    cookies.push_back(Advise(sinks[index]));
+                }
+                for (const DWORD cookie : cookies) {
+                    EXPECT_EQ(point_->Unadvise(cookie), S_OK);
+                }
+            }
+        });
+    }
+    std::thread firing([&] {
+        while (!stop) {
+            Fire(WebFilterBlockPolicy);
+        }
+    });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    stop = true;
+    firing.join();
+    for (const TestSink& sink : sinks) {
+        EXPECT_EQ(sink.References(), 0);
+        for (const WebFilterType type : sink.Types()) {
+            EXPECT_EQ(type, WebFilterBlockPolicy);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace sentrel::test
