@@ -31,7 +31,8 @@ class ComObjectRoot {
 
     // Hooks that a derived class hides with its own: FinalConstruct runs once the object is built,
     // with a reference held on it, and a failure ends the creation; FinalRelease runs first when
-    // the object is destroyed.
+    // the object is destroyed, also after a failed creation, so it must not count on
+    // FinalConstruct having run (nor, if the lock could not be initialised, on the lock).
     HRESULT FinalConstruct() noexcept { return S_OK; }
     void FinalRelease() noexcept {}
 

@@ -52,7 +52,7 @@ HRESULT STDMETHODCALLTYPE ConnectionPoint::Advise(IUnknown* sink, DWORD* cookie)
         added = sinks_.Add(std::move(events));
     }
     if (added == 0) {
-        return CONNECT_E_ADVISELIMIT;
+        return CONNECT_E_ADVISELIMIT;  // events, still ours, is released on the way out
     }
     *cookie = added;
     return S_OK;

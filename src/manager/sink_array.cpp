@@ -7,7 +7,7 @@
 
 namespace sentrel {
 
-DWORD SinkArray::Add(ComPtr<IUnknown> sink) noexcept {
+DWORD SinkArray::Add(ComPtr<IUnknown>&& sink) noexcept {
     auto slot = std::find(slots_.begin(), slots_.end(), nullptr);
     if (slot == slots_.end()) {
         const std::size_t used = slots_.size();

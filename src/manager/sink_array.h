@@ -19,9 +19,9 @@ class SinkArray {
   public:
     static constexpr std::size_t kInitialSlots = 4;
 
-    // Stores sink in the first empty slot and returns its cookie; 0, with sink released, when the
-    // array cannot grow.
-    DWORD Add(ComPtr<IUnknown> sink) noexcept;
+    // Takes sink into the first empty slot and returns its cookie; 0 when the array cannot grow,
+    // and then sink stays with the caller, to be released outside its lock.
+    DWORD Add(ComPtr<IUnknown>&& sink) noexcept;
     // Empties the slot that cookie names and hands its sink over, for the caller to release
     // outside its lock; none for cookie 0, a cookie beyond the array or an empty slot.
     ComPtr<IUnknown> Remove(DWORD cookie) noexcept;
