@@ -111,11 +111,13 @@ class ComObject final : public T {
 
     ULONG ReleaseObject() noexcept {
         const ULONG count = this->InternalRelease();
-        if (count == 0) {
+        if (count == 0 && !this->DeferDestruction(&ComObject::Destroy, this)) {
             delete this;
         }
         return count;
     }
+
+    static void Destroy(void* object) noexcept { delete static_cast<ComObject*>(object); }
 
     InnerUnknown inner_;
     ModuleLock moduleLock_;

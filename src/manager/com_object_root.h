@@ -35,6 +35,9 @@ class ComObjectRoot {
     // FinalConstruct having run (nor, if the lock could not be initialised, on the lock).
     HRESULT FinalConstruct() noexcept { return S_OK; }
     void FinalRelease() noexcept {}
+    // Called when the last reference goes: a class that must not be destroyed on the releasing
+    // thread hands destroy(object) to another thread and returns true.
+    bool DeferDestruction(void (* /*destroy*/)(void*), void* /*object*/) noexcept { return false; }
 
     ULONG InternalAddRef() noexcept { return static_cast<ULONG>(InterlockedIncrement(&count_)); }
     ULONG InternalRelease() noexcept { return static_cast<ULONG>(InterlockedDecrement(&count_)); }

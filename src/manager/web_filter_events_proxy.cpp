@@ -4,7 +4,7 @@
 
 namespace sentrel {
 
-void CProxy_IWebFilterEvents::Fire_OnFilterContentChanged(WebFilterType type) noexcept {
+void CProxy_IWebFilterEvents::Fire_OnFilterContentChanged(::WebFilterType type) noexcept {
     // A sink may release the object's last reference from inside the event: the object stays
     // until the last sink has returned.
     const ComPtr<IConnectionPoint> keepAlive(&point_);

@@ -23,7 +23,7 @@ class CProxy_IWebFilterEvents {
     // sinks' results are not looked at: one failing sink does not keep the others from the
     // event. The object holds a reference on itself meanwhile, so a sink may release the last
     // reference of its own: the object then goes when the event has reached every sink.
-    void Fire_OnFilterContentChanged(WebFilterType type) noexcept;
+    void Fire_OnFilterContentChanged(::WebFilterType type) noexcept;
 
   protected:
     // container and lock are the owning object's.

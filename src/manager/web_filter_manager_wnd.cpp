@@ -50,8 +50,8 @@ class WindowClass {
     bool registered_ = false;
 };
 
-WebFilterType TypeFromMessage(WPARAM wParam) noexcept {
-    return static_cast<WebFilterType>(
+::WebFilterType TypeFromMessage(WPARAM wParam) noexcept {
+    return static_cast<::WebFilterType>(
         static_cast<std::int32_t>(static_cast<std::uint32_t>(wParam)));
 }
 
@@ -100,7 +100,7 @@ bool CWebFilterManagerWnd::IsWindow() const noexcept {
     return window != nullptr && ::IsWindow(window);
 }
 
-bool CWebFilterManagerWnd::PostFilterContentChanged(WebFilterType type) const noexcept {
+bool CWebFilterManagerWnd::PostFilterContentChanged(::WebFilterType type) const noexcept {
     const HWND window = window_.load();
     return window != nullptr &&
            PostMessageW(window, WM_FILTERCONTENTCHANGED,

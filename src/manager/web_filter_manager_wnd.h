@@ -36,7 +36,7 @@ class CWebFilterManagerWnd {
     bool IsWindow() const noexcept;
     // Posts WM_FILTERCONTENTCHANGED with type to the window, from any thread, without waiting;
     // false when there is no window or the post failed.
-    bool PostFilterContentChanged(WebFilterType type) const noexcept;
+    bool PostFilterContentChanged(::WebFilterType type) const noexcept;
 
     HWND Handle() const noexcept { return window_.load(); }
 

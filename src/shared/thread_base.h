@@ -38,6 +38,9 @@ class CThreadBase {
     // when no thread runs or it is stopping, WM_QUIT excepted.
     virtual bool PostToThread(UINT message, WPARAM wParam, LPARAM lParam, std::uint32_t tries);
 
+    // Whether the caller is this object's thread.
+    bool RunsOnCurrentThread() const { return threadId_.load() == GetCurrentThreadId(); }
+
   protected:
     // The thread's body; its result is the thread's exit code. By default a message loop that
     // passes messages without a window to OnThreadMessage.
