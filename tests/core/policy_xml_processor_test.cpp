@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 
 #include "policy/hresult_error.h"
@@ -10,15 +9,11 @@
 namespace sentrel {
 namespace {
 
-std::u16string TemporaryPath(std::u16string_view name) {
-    const std::filesystem::path path =
-        std::filesystem::temp_directory_path() / std::filesystem::path(name);
-    std::filesystem::remove(path);
-    return path.u16string();
-}
+using testing::TemporaryFile;
 
 TEST(WebFilterXmlProcessor, WritesToAndReadsFromAFile) {
-    const std::u16string path = TemporaryPath(u"sentrel-processor-\u00E9.xml");
+    const TemporaryFile file(u"sentrel-processor-\u00E9.xml");
+    const std::u16string path = file.Path();
     {
         WebFilterXmlProcessor writer;
         ASSERT_TRUE(writer.OpenWriter(path));
@@ -40,7 +35,6 @@ TEST(WebFilterXmlProcessor, WritesToAndReadsFromAFile) {
     ASSERT_EQ(policy.lists.size(), 1u);
     EXPECT_EQ(policy.lists.begin()->second.name, u"from a file");
     EXPECT_EQ(policy.lists.begin()->second.type, FilterListBlack);
-    std::filesystem::remove(std::filesystem::path(path));
 }
 
 TEST(WebFilterXmlProcessor, ReadingNeedsAReaderAStreamAndAPolicy) {
@@ -49,7 +43,8 @@ TEST(WebFilterXmlProcessor, ReadingNeedsAReaderAStreamAndAPolicy) {
     EXPECT_FALSE(processor.ReadDocument(u""));
     // Nothing staged: no stream to read.
     EXPECT_FALSE(processor.OpenReader(u""));
-    EXPECT_FALSE(processor.OpenReader(TemporaryPath(u"sentrel-processor-missing.xml")));
+    const TemporaryFile missing(u"sentrel-processor-missing.xml");
+    EXPECT_FALSE(processor.OpenReader(missing.Path()));
     EXPECT_FALSE(processor.ReadDocument(u""));
 
     ASSERT_TRUE(processor.Storage().WriteText(u"<r><WFVersion>5</WFVersion></r>"));
@@ -81,7 +76,8 @@ TEST(WebFilterXmlProcessor, WritingNeedsAWriter) {
     EXPECT_FALSE(processor.WriteNumberElement(u"WFVersion", 1));
     EXPECT_FALSE(processor.EndElement());
     EXPECT_FALSE(processor.Flush());
-    EXPECT_FALSE(processor.OpenWriter(TemporaryPath(u"no-such-folder/x.xml")));
+    const TemporaryFile missing(u"sentrel-processor-missing.xml");
+    EXPECT_FALSE(processor.OpenWriter(missing.Path() + u"/x.xml"));
     EXPECT_FALSE(processor.StartElement(u"WebFilters"));
 }
 

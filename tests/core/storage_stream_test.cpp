@@ -1,16 +1,18 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "policy/byte_stream.h"
 #include "policy/utf16le.h"
 #include "policy/web_filter_storage_data_stream.h"
+#include "xml_test_support.h"
 
 namespace sentrel {
 namespace {
+
+using testing::TemporaryFile;
 
 std::vector<std::uint8_t> Bytes(std::string_view text) {
     return {text.begin(), text.end()};
@@ -23,24 +25,6 @@ std::string ReadAll(ByteStream& stream) {
     text.resize(count);
     return text;
 }
-
-// A file in the temporary directory, removed when the test ends.
-class TemporaryFile {
-  public:
-    explicit TemporaryFile(std::u16string name)
-        : path_(std::filesystem::temp_directory_path() / std::filesystem::path(name)) {
-        std::filesystem::remove(path_);
-    }
-    ~TemporaryFile() {
-        std::error_code ignored;
-        std::filesystem::remove(path_, ignored);
-    }
-    std::u16string Path() const { return path_.u16string(); }
-    bool Exists() const { return std::filesystem::exists(path_); }
-
-  private:
-    std::filesystem::path path_;
-};
 
 TEST(MemoryStream, WritingAtTheStartOverwritesAndKeepsTheRest) {
     const auto stream = CreateMemoryStream();

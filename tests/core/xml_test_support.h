@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -11,6 +12,25 @@
 #include "policy/xml_reader.h"
 
 namespace sentrel::testing {
+
+// A file in the temporary directory, removed when the test ends (declare it before whatever
+// holds the file open).
+class TemporaryFile {
+  public:
+    explicit TemporaryFile(std::u16string name)
+        : path_(std::filesystem::temp_directory_path() / std::filesystem::path(name)) {
+        std::filesystem::remove(path_);
+    }
+    ~TemporaryFile() {
+        std::error_code ignored;
+        std::filesystem::remove(path_, ignored);
+    }
+    std::u16string Path() const { return path_.u16string(); }
+    bool Exists() const { return std::filesystem::exists(path_); }
+
+  private:
+    std::filesystem::path path_;
+};
 
 // A memory stream holding the text as UTF-16LE, positioned at its start.
 inline std::shared_ptr<ByteStream> StreamOf(std::u16string_view text) {
