@@ -13,10 +13,6 @@ namespace sentrel::cli {
 
 namespace {
 
-std::string Quoted(std::u16string_view text) {
-    return "\"" + Utf16ToUtf8(text) + "\"";
-}
-
 const char* SchemeName(UrlScheme scheme) {
     switch (scheme) {
         case UrlScheme::Ftp:

@@ -18,10 +18,6 @@ namespace sentrel::cli {
 
 namespace {
 
-std::string Quoted(std::u16string_view text) {
-    return "\"" + Utf16ToUtf8(text) + "\"";
-}
-
 std::string Describe(const FilterList& list) {
     return std::string(FeedsWhiteIndex(list) ? "white" : "black") + " list " + Quoted(list.name) +
            " " + Utf16ToUtf8(GuidToText(list.id));

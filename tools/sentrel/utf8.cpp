@@ -111,4 +111,8 @@ std::string Utf16ToUtf8(std::u16string_view text) {
     return out;
 }
 
+std::string Quoted(std::u16string_view text) {
+    return "\"" + Utf16ToUtf8(text) + "\"";
+}
+
 }  // namespace sentrel::cli

@@ -10,4 +10,7 @@ namespace sentrel::cli {
 std::u16string Utf8ToUtf16(std::string_view text);
 std::string Utf16ToUtf8(std::u16string_view text);
 
+// The text in UTF-8 between double quotes, for messages.
+std::string Quoted(std::u16string_view text);
+
 }  // namespace sentrel::cli
