@@ -46,8 +46,9 @@ class XmlReader {
     XmlNodeType NodeType() const { return nodeType_; }
     // The element's name without its prefix, for element starts and ends.
     std::u16string_view LocalName() const { return localName_; }
-    // Character data with references expanded and line ends normalized for text and white
-    // space; the raw content of a CDATA section, comment or processing instruction.
+    // Character data inside the root element with references expanded and line ends
+    // normalized; anything else as it stands (white space around the root, the content of a
+    // CDATA section, comment or processing instruction).
     std::u16string_view Value() const { return value_; }
     // For an element start: written as an empty-element tag, so no end follows.
     bool IsEmptyElement() const { return isEmptyElement_; }
