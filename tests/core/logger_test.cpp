@@ -27,9 +27,11 @@ TEST(FormatLogMessage, ConvertsAsWidePrintfDoes) {
     for (int shift = 60; shift >= 0; shift -= 4) {
         addressText.push_back(u"0123456789ABCDEF"[(address >> shift) & 0xF]);
     }
+    // Arguments hold views: the texts they view must outlive the cases.
+    const std::u16string ownedText = u"a";
     const std::vector<FormatCase> cases = {
         {u"Could not crack url: %s", {u"http://ä€/x"}, u"Could not crack url: http://ä€/x"},
-        {u"%s|%s", {std::u16string(u"a"), std::u16string_view(u"")}, u"a|"},
+        {u"%s|%s", {ownedText, std::u16string_view(u"")}, u"a|"},
         {u"failed: %d", {std::int32_t{-2147483647 - 1}}, u"failed: -2147483648"},
         {u"failed: %d", {std::int32_t{0}}, u"failed: 0"},
         {u"Error %u", {std::uint32_t{4294967295u}}, u"Error 4294967295"},
