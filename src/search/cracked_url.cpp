@@ -1,5 +1,6 @@
 #include "search/cracked_url.h"
 
+#include "policy/ascii_case.h"
 #include "search/url_text.h"
 
 namespace sentrel {
@@ -31,15 +32,6 @@ constexpr std::array<std::uint8_t, 128> kCharacterRoles = [] {
 
 std::uint8_t RoleOf(char16_t ch) {
     return ch < kCharacterRoles.size() ? kCharacterRoles[ch] : 0;
-}
-
-char16_t LowerAscii(char16_t ch) {
-    return ch >= u'A' && ch <= u'Z' ? static_cast<char16_t>(ch - u'A' + u'a') : ch;
-}
-
-bool EqualIgnoringAsciiCase(std::u16string_view a, std::u16string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char16_t x, char16_t y) { return LowerAscii(x) == LowerAscii(y); });
 }
 
 // One left-to-right pass over the text. The segment (the characters gathered since the last
@@ -230,7 +222,7 @@ class UrlCracker {
 
 UrlScheme LookUpUrlScheme(std::u16string_view text) {
     for (std::size_t i = 0; i < kSchemeNames.size(); ++i) {
-        if (EqualIgnoringAsciiCase(text, kSchemeNames[i])) {
+        if (EqualsIgnoringAsciiCase(text, kSchemeNames[i])) {
             return static_cast<UrlScheme>(i);
         }
     }
