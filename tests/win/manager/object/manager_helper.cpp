@@ -1,0 +1,113 @@
+// The second process of the manager object's cross-process tests: a client with a manager object
+// of its own, in the multi-threaded apartment. Each command reports through its exit code.
+//
+//   publish <type> <refresh mode> <host> <ready> <release>
+//       sets a policy of that type whose black list holds http://<host>/, signals ready and keeps
+//       the object (and so a section it created) until released; exit 0 when SetFilterContent
+//       succeeded, 1 when it answered E_FAIL
+//   listen <host> <ready> <release>
+//       switches updating on, signals ready, waits to be released, then for one change event of
+//       type WebFilterBlockPolicy after which http://<host>/ is denied; exit 0 when both came
+
+#include <windows.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cwchar>
+#include <string>
+#include <string_view>
+
+#include "manager_client.h"
+#include "shared/unique_resource.h"
+#include "shared/wide_text.h"
+#include "test_doubles.h"
+#include "thread_test_support.h"
+
+namespace sentrel::test {
+namespace {
+
+constexpr int kOk = 0;
+constexpr int kRefused = 1;
+constexpr int kNoEvent = 2;
+constexpr int kUnexpected = 3;
+constexpr int kWrongDecision = 4;
+constexpr int kUsage = 64;
+constexpr DWORD kEventWaitMs = 30000;
+
+bool WaitForNamedEvent(const wchar_t* name) {
+    const UniqueHandle event(OpenEventW(SYNCHRONIZE, FALSE, name));
+    return event && WaitForSingleObject(event.Get(), kEventWaitMs) == WAIT_OBJECT_0;
+}
+
+void SignalNamedEvent(const wchar_t* name) {
+    const UniqueHandle event(OpenEventW(EVENT_MODIFY_STATE, FALSE, name));
+    SetEvent(event.Get());
+}
+
+std::u16string UrlOf(const wchar_t* host) {
+    return u"http://" + std::u16string(AsU16(host)) + u"/";
+}
+
+int Publish(const wchar_t* type, const wchar_t* refreshMode, const wchar_t* host,
+            const wchar_t* ready, const wchar_t* release) {
+    const ComPtr<IWebFilterManager> manager = CreateManager();
+    if (!manager) {
+        return kUnexpected;
+    }
+    const HRESULT result =
+        SetContent(*manager.Get(), static_cast<::WebFilterType>(std::wcstol(type, nullptr, 10)),
+                   ListDocument(static_cast<std::uint32_t>(std::wcstoul(refreshMode, nullptr, 10)),
+                                ListKind::Black, {UrlOf(host)}));
+    SignalNamedEvent(ready);
+    if (!WaitForNamedEvent(release)) {
+        return kUnexpected;
+    }
+    return result == S_OK ? kOk : result == E_FAIL ? kRefused : kUnexpected;
+}
+
+int Listen(const wchar_t* host, const wchar_t* ready, const wchar_t* release) {
+    TestSink sink;
+    const ComPtr<IWebFilterManager> manager = CreateManager();
+    if (!manager) {
+        return kUnexpected;
+    }
+    const ComPtr<IConnectionPoint> point = EventsPoint(*manager.Get());
+    DWORD cookie = 0;
+    if (!point || FAILED(point->Advise(static_cast<IUnknown*>(&sink), &cookie)) ||
+        FAILED(manager->EnableUpdate(1))) {
+        return kUnexpected;
+    }
+    SignalNamedEvent(ready);
+    if (!WaitForNamedEvent(release)) {
+        return kUnexpected;
+    }
+    const bool event =
+        WaitUntil([&] { return !sink.Events().empty(); }, std::chrono::milliseconds(kEventWaitMs));
+    point->Unadvise(cookie);
+    if (!event || sink.Types().front() != WebFilterBlockPolicy) {
+        return kNoEvent;
+    }
+    return Allowed(*manager.Get(), UrlOf(host).c_str()) == 0 ? kOk : kWrongDecision;
+}
+
+int Run(int count, wchar_t** arguments) {
+    const std::wstring_view command = count > 1 ? arguments[1] : L"";
+    if (command == L"publish" && count == 7) {
+        return Publish(arguments[2], arguments[3], arguments[4], arguments[5], arguments[6]);
+    }
+    if (command == L"listen" && count == 5) {
+        return Listen(arguments[2], arguments[3], arguments[4]);
+    }
+    return kUsage;
+}
+
+}  // namespace
+}  // namespace sentrel::test
+
+int wmain(int count, wchar_t** arguments) {
+    const sentrel::test::ComInit com(COINIT_MULTITHREADED);
+    if (FAILED(com.Result())) {
+        return sentrel::test::kUnexpected;
+    }
+    return sentrel::test::Run(count, arguments);
+}

@@ -1,0 +1,309 @@
+// Change events as clients receive them: one object publishes, another, with updating switched
+// on, loads the publication at its next tick and tells its sinks when the rule says so, on the
+// thread that the apartment of its creator calls for.
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <list>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "manager_fixture.h"
+#include "test_doubles.h"
+
+namespace sentrel::test {
+namespace {
+
+// The fixture's object publishes; the tests make the objects that listen.
+class EventsTest : public ManagerTest {
+  protected:
+    // Outlives every object of the test, which may still call or release it until it goes.
+    TestSink& MakeSink(HRESULT queryResult = S_OK, HRESULT eventResult = S_OK) {
+        return sinks_.emplace_back(queryResult, eventResult);
+    }
+
+    static DWORD Advise(IUnknown& object, TestSink& sink) {
+        DWORD cookie = 0;
+        const ComPtr<IConnectionPoint> point = EventsPoint(object);
+        EXPECT_TRUE(point);
+        if (point) {
+            EXPECT_EQ(point->Advise(static_cast<IUnknown*>(&sink), &cookie), S_OK);
+        }
+        return cookie;
+    }
+
+    // A listening object with one sink advised and updating on.
+    ComPtr<IWebFilterManager> Listener(TestSink& sink) {
+        ComPtr<IWebFilterManager> listener = CreateManager();
+        EXPECT_TRUE(listener);
+        if (listener) {
+            Advise(*listener.Get(), sink);
+            EXPECT_EQ(listener->EnableUpdate(1), S_OK);
+        }
+        return listener;
+    }
+
+    static bool WaitForEvents(const TestSink& sink, std::size_t count) {
+        return WaitUntil([&] { return sink.Events().size() >= count; });
+    }
+
+    static bool WaitForText(IWebFilterManager& manager, const std::u16string& document) {
+        return WaitUntil([&] { return ContentOf(manager).text == kByteOrderMark + document; });
+    }
+
+    std::list<TestSink> sinks_;
+};
+
+// One publication and whether a listener announces it.
+struct AnnouncementCase {
+    const char* name;
+    // Published first, before the listener switches updating on (empty: nothing).
+    std::u16string earlier;
+    ::WebFilterType type;
+    std::u16string text;
+    // What the listener loads.
+    std::u16string loaded;
+    int loadedRefreshMode;
+    bool announced;
+};
+
+class Announcement : public EventsTest, public testing::WithParamInterface<AnnouncementCase> {};
+
+TEST_P(Announcement, FollowsTheRefreshModeAndTheType) {
+    const AnnouncementCase& test = GetParam();
+    if (!test.earlier.empty()) {
+        ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, test.earlier), S_OK);
+    }
+    TestSink& sink = MakeSink();
+    const ComPtr<IWebFilterManager> listener = Listener(sink);
+    ASSERT_TRUE(listener);
+    ASSERT_EQ(SetContent(Manager(), test.type, test.text), S_OK);
+
+    if (test.announced) {
+        ASSERT_TRUE(WaitForEvents(sink, 1));
+    }
+    ASSERT_TRUE(WaitForText(*listener.Get(), test.loaded));
+    const FilterContent content = ContentOf(*listener.Get());
+    EXPECT_EQ(content.type, test.type);
+    EXPECT_EQ(content.refreshMode, test.loadedRefreshMode);
+    // Nothing more comes: each publication is loaded and announced once.
+    SleepFor(kSeveralTicks);
+    EXPECT_EQ(sink.Types(), test.announced ? std::vector<::WebFilterType>{test.type}
+                                           : std::vector<::WebFilterType>{});
+}
+
+const std::u16string kModeZero = ListDocument(0, ListKind::Black, {u"http://a.example/"});
+const std::u16string kModeTwo = ListDocument(2, ListKind::Black, {u"http://a.example/"});
+const std::u16string kModeThree = ListDocument(3, ListKind::Black, {u"http://b.example/"});
+const std::u16string kModeFive = ListDocument(5, ListKind::White, {u"http://a.example/"});
+
+INSTANTIATE_TEST_SUITE_P(
+    Manager, Announcement,
+    testing::Values(AnnouncementCase{"PolicyRefreshModeZero", u"", WebFilterBlockPolicy, kModeZero,
+                                     kModeZero, 0, true},
+                    AnnouncementCase{"PolicyRefreshModeTwo", u"", WebFilterBlockPolicy, kModeTwo,
+                                     kModeTwo, 2, false},
+                    AnnouncementCase{"BlockAllRefreshModeFive", u"", WebFilterBlockAll, kModeFive,
+                                     kModeFive, 5, true},
+                    AnnouncementCase{"BlockAllEmptyText", u"", WebFilterBlockAll, u"",
+                                     EmptyDocument(0), 0, true},
+                    AnnouncementCase{"BlockNoneAfterRefreshModeThree", kModeThree,
+                                     WebFilterBlockNone, u"", EmptyDocument(3), 3, false},
+                    AnnouncementCase{"BlockNoneAfterRefreshModeZero", kModeZero, WebFilterBlockNone,
+                                     u"", EmptyDocument(0), 0, true}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST_F(EventsTest, ASilentChangeIsInForceAllTheSame) {
+    TestSink& sink = MakeSink();
+    const ComPtr<IWebFilterManager> listener = Listener(sink);
+    ASSERT_TRUE(listener);
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeTwo), S_OK);
+    ASSERT_TRUE(WaitUntil([&] { return Allowed(*listener.Get(), u"http://a.example/") == 0; }));
+    EXPECT_EQ(Allowed(*listener.Get(), u"http://other.example/"), 1);
+    EXPECT_TRUE(sink.Events().empty());
+}
+
+TEST_F(EventsTest, InTheMultiThreadedApartmentEventsArriveOnTheTimerThread) {
+    TestSink& sink = MakeSink();
+    const ComPtr<IWebFilterManager> listener = Listener(sink);
+    ASSERT_TRUE(listener);
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeZero), S_OK);
+    ASSERT_TRUE(WaitForEvents(sink, 1));
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockAll, u""), S_OK);
+    ASSERT_TRUE(WaitForEvents(sink, 2));
+    const std::vector<TestSink::Event> events = sink.Events();
+    EXPECT_NE(events[0].thread, GetCurrentThreadId());
+    EXPECT_EQ(events[1].thread, events[0].thread);
+    EXPECT_EQ(sink.Types(),
+              (std::vector<::WebFilterType>{WebFilterBlockPolicy, WebFilterBlockAll}));
+}
+
+TEST_F(EventsTest, InASingleThreadedApartmentEventsArriveThroughItsMessageLoop) {
+    TestSink& sink = MakeSink();
+    std::atomic<bool> ready{false};
+    std::atomic<bool> published{false};
+    std::atomic<std::size_t> eventsBeforeDispatching{99};
+    std::atomic<DWORD> apartmentThread{0};
+    std::thread apartment([&] {
+        const ComInit com(COINIT_APARTMENTTHREADED);
+        apartmentThread = GetCurrentThreadId();
+        {
+            const ComPtr<IWebFilterManager> listener = Listener(sink);
+            ready = true;
+            // The ticks go on meanwhile, but their events wait for this thread's message loop.
+            WaitUntil([&] { return published.load(); });
+            SleepFor(kSeveralTicks);
+            eventsBeforeDispatching = sink.Events().size();
+            PumpMessagesUntil([&] { return !sink.Events().empty(); },
+                              std::chrono::milliseconds(10000));
+        }
+    });
+    ASSERT_TRUE(WaitUntil([&] { return ready.load(); }));
+    EXPECT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeZero), S_OK);
+    published = true;
+    apartment.join();
+    EXPECT_EQ(eventsBeforeDispatching, 0u);
+    const std::vector<TestSink::Event> events = sink.Events();
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].type, WebFilterBlockPolicy);
+    EXPECT_EQ(events[0].thread, apartmentThread.load());
+}
+
+TEST_F(EventsTest, EnablingUpdateLoadsAtOnceAndAnnouncesNothing) {
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeZero), S_OK);
+    TestSink& sink = MakeSink();
+    const ComPtr<IWebFilterManager> listener = Listener(sink);
+    ASSERT_TRUE(listener);
+    EXPECT_EQ(ContentOf(*listener.Get()).text, kByteOrderMark + kModeZero);
+    EXPECT_EQ(Allowed(*listener.Get(), u"http://a.example/"), 0);
+    SleepFor(kSeveralTicks);
+    EXPECT_TRUE(sink.Events().empty());
+}
+
+TEST_F(EventsTest, AnObjectHearsOfItsOwnPublicationAtItsNextTick) {
+    TestSink& sink = MakeSink();
+    Advise(Manager(), sink);
+    ASSERT_EQ(Manager().EnableUpdate(1), S_OK);
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeZero), S_OK);
+    ASSERT_TRUE(WaitForEvents(sink, 1));
+    // Loaded back from the section, under BlockAll too, lists and all.
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockAll, kModeFive), S_OK);
+    ASSERT_TRUE(WaitForEvents(sink, 2));
+    EXPECT_EQ(sink.Types(),
+              (std::vector<::WebFilterType>{WebFilterBlockPolicy, WebFilterBlockAll}));
+    EXPECT_EQ(ContentOf(Manager()).text, kByteOrderMark + kModeFive);
+}
+
+TEST_F(EventsTest, ASinkThatUnadvisesItselfInsideTheEventLetsTheOthersHaveIt) {
+    TestSink& leaving = MakeSink();
+    TestSink& staying = MakeSink();
+    const ComPtr<IWebFilterManager> listener = Listener(leaving);
+    ASSERT_TRUE(listener);
+    const DWORD stayingCookie = Advise(*listener.Get(), staying);
+    const ComPtr<IConnectionPoint> point = EventsPoint(*listener.Get());
+    std::atomic<HRESULT> unadvised{E_UNEXPECTED};
+    std::atomic<long> referencesInside{0};
+    leaving.onEvent = [&](::WebFilterType) {
+        unadvised = point->Unadvise(1);
+        // The event holds a reference of its own until the call returns.
+        referencesInside = leaving.References();
+    };
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeZero), S_OK);
+    ASSERT_TRUE(WaitForEvents(staying, 1));
+    EXPECT_EQ(unadvised, S_OK);
+    EXPECT_EQ(referencesInside, 1);
+    EXPECT_TRUE(WaitUntil([&] { return leaving.References() == 0; }));
+
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockAll, u""), S_OK);
+    ASSERT_TRUE(WaitForEvents(staying, 2));
+    EXPECT_EQ(leaving.Events().size(), 1u);
+    EXPECT_EQ(point->Unadvise(stayingCookie), S_OK);
+}
+
+TEST_F(EventsTest, AFailingSinkDoesNotKeepTheOthersFromTheEvent) {
+    TestSink& failing = MakeSink(S_OK, E_FAIL);
+    TestSink& other = MakeSink();
+    const ComPtr<IWebFilterManager> listener = Listener(failing);
+    ASSERT_TRUE(listener);
+    Advise(*listener.Get(), other);
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeZero), S_OK);
+    ASSERT_TRUE(WaitForEvents(other, 1));
+    EXPECT_EQ(failing.Events().size(), 1u);
+}
+
+TEST_F(EventsTest, ASinkMayCallTheObjectFromInsideTheEvent) {
+    TestSink& sink = MakeSink();
+    const ComPtr<IWebFilterManager> listener = Listener(sink);
+    ASSERT_TRUE(listener);
+    std::u16string seen;
+    std::atomic<long> decision{-1};
+    sink.onEvent = [&](::WebFilterType) {
+        seen = ContentOf(*listener.Get()).text;
+        decision = Allowed(*listener.Get(), u"http://a.example/");
+    };
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeZero), S_OK);
+    ASSERT_TRUE(WaitForEvents(sink, 1));
+    // The event is recorded before the sink's own work: wait for that to end too.
+    ASSERT_TRUE(WaitUntil([&] { return decision != -1; }));
+    EXPECT_EQ(seen, kByteOrderMark + kModeZero);
+    EXPECT_EQ(decision, 0);
+}
+
+TEST_F(EventsTest, CookiesNameSlotsAndEmptiedSlotsAreReused) {
+    const ComPtr<IConnectionPoint> point = EventsPoint(Manager());
+    ASSERT_TRUE(point);
+    TestSink& first = MakeSink();
+    TestSink& second = MakeSink();
+    TestSink& third = MakeSink();
+    EXPECT_EQ(Advise(Manager(), first), 1u);
+    EXPECT_EQ(Advise(Manager(), second), 2u);
+    EXPECT_EQ(point->Unadvise(1), S_OK);
+    EXPECT_EQ(first.References(), 0);
+    EXPECT_EQ(Advise(Manager(), third), 1u);
+    EXPECT_EQ(point->Unadvise(2), S_OK);
+    EXPECT_EQ(point->Unadvise(2), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(point->Unadvise(0), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(point->Unadvise(99), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(point->Unadvise(1), S_OK);
+    EXPECT_EQ(third.References(), 0);
+}
+
+TEST_F(EventsTest, ASinkWithoutTheEventInterfaceCannotConnect) {
+    const ComPtr<IConnectionPoint> point = EventsPoint(Manager());
+    ASSERT_TRUE(point);
+    TestSink& lacking = MakeSink(E_NOINTERFACE);
+    DWORD cookie = 77;
+    EXPECT_EQ(point->Advise(static_cast<IUnknown*>(&lacking), &cookie), CONNECT_E_CANNOTCONNECT);
+    EXPECT_EQ(cookie, 0u);
+    EXPECT_EQ(lacking.References(), 0);
+    EXPECT_EQ(point->Advise(nullptr, &cookie), E_POINTER);
+}
+
+TEST_F(EventsTest, ASectionMadeAnewWithAStampAlreadySeenGoesUnnoticed) {
+    TestSink& sink = MakeSink();
+    const ComPtr<IWebFilterManager> listener = Listener(sink);
+    ASSERT_TRUE(listener);
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeZero), S_OK);
+    ASSERT_TRUE(WaitForEvents(sink, 1));
+
+    // The publisher goes, and its section with it; the next one starts counting at 1 again.
+    manager_.Reset();
+    ASSERT_TRUE(WaitUntil([] { return !ProbeSection().has_value(); }));
+    const ComPtr<IWebFilterManager> next = CreateManager();
+    ASSERT_TRUE(next);
+    ASSERT_EQ(SetContent(*next.Get(), WebFilterBlockPolicy, kModeThree), S_OK);
+    SleepFor(kSeveralTicks);
+    EXPECT_EQ(sink.Events().size(), 1u);
+    EXPECT_EQ(ContentOf(*listener.Get()).text, kByteOrderMark + kModeZero);
+
+    ASSERT_EQ(SetContent(*next.Get(), WebFilterBlockAll, u""), S_OK);
+    ASSERT_TRUE(WaitForEvents(sink, 2));
+    EXPECT_EQ(sink.Types().back(), WebFilterBlockAll);
+}
+
+}  // namespace
+}  // namespace sentrel::test
