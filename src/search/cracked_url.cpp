@@ -41,12 +41,32 @@ class UrlCracker {
     UrlCracker(std::u16string_view text, CrackedUrl& out) : text_(text), out_(out) {}
 
     bool Crack() {
-        return CrackAuthority() && haveScheme_ && CrackPath() && out_.tail.Assign(Rest());
+        if (!CrackAuthority()) {
+            return false;
+        }
+        if (!haveScheme_) {
+            return Fail(CrackFailure::NoScheme);
+        }
+        if (!CrackPath()) {
+            return Fail(CrackFailure::PathTooLong);
+        }
+        return out_.tail.Assign(Rest()) || Fail(CrackFailure::TailTooLong);
     }
+
+    CrackFailure Failure() const { return failure_; }
 
   private:
     // Where cracking goes on after a ':'.
     enum class Next { Fail, Authority, Path };
+
+    bool Fail(CrackFailure why) {
+        failure_ = why;
+        return false;
+    }
+    Next FailNext(CrackFailure why) {
+        failure_ = why;
+        return Next::Fail;
+    }
 
     // The character at i, or NUL past the end: the text ends at its first NUL either way.
     char16_t At(std::size_t i) const { return i < text_.size() ? text_[i] : u'\0'; }
@@ -79,7 +99,7 @@ class UrlCracker {
         for (;;) {
             SkipOrdinary();
             if (pos_ - segmentBegin_ > kCrackSegmentLimit) {
-                return false;
+                return Fail(CrackFailure::SegmentTooLong);
             }
             const char16_t ch = At(pos_);
             if (ch == u'\0') {
@@ -93,8 +113,11 @@ class UrlCracker {
                 continue;
             }
             if (ch == u'@') {
-                if (haveUser_ || !out_.userName.Assign(Segment())) {
-                    return false;
+                if (haveUser_) {
+                    return Fail(CrackFailure::SecondUserInfo);
+                }
+                if (!out_.userName.Assign(Segment())) {
+                    return Fail(CrackFailure::UserInfoTooLong);
                 }
                 haveUser_ = true;
                 inBrackets_ = false;
@@ -115,7 +138,7 @@ class UrlCracker {
             }
             ++pos_;
             if (pos_ - segmentBegin_ > kCrackSegmentLimit) {
-                return false;
+                return Fail(CrackFailure::SegmentTooLong);
             }
             if (last) {
                 return EndAuthority();
@@ -128,7 +151,7 @@ class UrlCracker {
         const std::u16string_view segment = Segment();
         // Table names are short, so only an Other scheme can be over the limit.
         if (!out_.scheme.Assign(segment)) {
-            return Next::Fail;
+            return FailNext(CrackFailure::SchemeTooLong);
         }
         out_.schemeId = LookUpUrlScheme(segment);
         haveScheme_ = true;
@@ -141,7 +164,7 @@ class UrlCracker {
         }
         if (twoSlashes) {
             if (out_.schemeId == UrlScheme::Mailto) {
-                return Next::Fail;
+                return FailNext(CrackFailure::MailtoWithSlashes);
             }
             pos_ += 3;
         } else {
@@ -159,14 +182,14 @@ class UrlCracker {
         const std::size_t afterBegin = ++pos_;
         for (char16_t ch = At(pos_); ch != u'\0' && ch != u'/' && ch != u'@'; ch = At(pos_)) {
             if (++pos_ - afterBegin > kAfterTextLimit) {
-                return Next::Fail;
+                return FailNext(CrackFailure::AfterTextTooLong);
             }
         }
         const std::u16string_view after = text_.substr(afterBegin, pos_ - afterBegin);
         const bool endsAtUser = At(pos_) == u'@';
         if (!havePort_ && !endsAtUser) {
             if (!out_.host.Assign(before)) {
-                return Next::Fail;
+                return FailNext(CrackFailure::HostTooLong);
             }
             // Only the low 16 bits of the number remain.
             out_.port =
@@ -174,14 +197,16 @@ class UrlCracker {
             havePort_ = true;
             haveHost_ = true;
         } else if (!haveUser_ && endsAtUser) {
-            if (!out_.userName.Assign(before) || !out_.password.Assign(after) ||
-                (before.empty() && !after.empty())) {
-                return Next::Fail;
+            if (!out_.userName.Assign(before) || !out_.password.Assign(after)) {
+                return FailNext(CrackFailure::UserInfoTooLong);
+            }
+            if (before.empty() && !after.empty()) {
+                return FailNext(CrackFailure::PasswordWithoutUser);
             }
             haveUser_ = true;
             ++pos_;
         } else {
-            return Next::Fail;
+            return FailNext(CrackFailure::SecondUserInfo);
         }
         StartSegment();
         return Next::Authority;
@@ -189,7 +214,7 @@ class UrlCracker {
 
     bool EndAuthority() {
         if (!haveHost_ && !out_.host.Assign(Segment())) {
-            return false;
+            return Fail(CrackFailure::HostTooLong);
         }
         StartSegment();
         return true;
@@ -216,6 +241,7 @@ class UrlCracker {
     bool haveHost_ = false;
     bool havePort_ = false;
     bool inBrackets_ = false;
+    CrackFailure failure_ = CrackFailure::None;
 };
 
 }  // namespace
@@ -240,10 +266,14 @@ void CrackedUrl::Clear() {
     port = 0;
 }
 
-bool CrackUrl(std::u16string_view text, CrackedUrl& out) {
+bool CrackUrl(std::u16string_view text, CrackedUrl& out, CrackFailure* why) {
     out.Clear();
-    if (!UrlCracker(text, out).Crack()) {
+    UrlCracker cracker(text, out);
+    if (!cracker.Crack()) {
         out.Clear();
+        if (why != nullptr) {
+            *why = cracker.Failure();
+        }
         return false;
     }
     // These schemes take no port, and no default port is ever filled in.

@@ -82,8 +82,24 @@ struct CrackedUrl {
 // lower, so this only cuts short texts that would fail anyway.
 inline constexpr std::size_t kCrackSegmentLimit = 2089;
 
+// Why a text could not be cracked.
+enum class CrackFailure {
+    None,
+    NoScheme,             // no ':' before the end of the authority
+    SchemeTooLong,        // a scheme outside the table, over 32 characters
+    MailtoWithSlashes,    // mailto followed by "//"
+    HostTooLong,          // over 256 characters
+    UserInfoTooLong,      // a user name or password over 128 characters
+    PasswordWithoutUser,  // a password after an empty user name
+    AfterTextTooLong,     // a port or password text after ':' over 128 characters
+    SecondUserInfo,       // a second user-info part
+    PathTooLong,          // over 2048 characters
+    TailTooLong,          // over 2048 characters
+    SegmentTooLong,       // a run between delimiters over the working buffer
+};
+
 // Cracks a normalised text into out. The text ends at its first NUL character, if any. On false
-// ("could not crack") out is left cleared.
-bool CrackUrl(std::u16string_view text, CrackedUrl& out);
+// ("could not crack") out is left cleared and why, when given, receives the reason.
+bool CrackUrl(std::u16string_view text, CrackedUrl& out, CrackFailure* why = nullptr);
 
 }  // namespace sentrel

@@ -192,7 +192,8 @@ TEST_F(CliTest, ExplainNamesTheMatchingListAndEntry) {
         {"http://other.example/", "no entry for the host key or any shorter suffix"},
         {"http://learn.example.org/history", "none of its paths"},
         {"http://portal.school.example:80/", "neither for the URL's port nor without a port"},
-        {"learn.example.org", "the URL could not be cracked"},
+        {"learn.example.org", "could not crack: it has no scheme"},
+        {"http://a@b@learn.example.org/", "more than one user name part"},
     };
     for (const auto& [url, reason] : misses) {
         const Outcome miss = Sentrel({"explain", "--policy", policy, url});
@@ -231,6 +232,7 @@ TEST_F(CliTest, LintFindsWhatWillNotActAsExpected) {
     EXPECT_EQ(findings.status, kExitProblems);
     for (const char* expected : {
              "entry \"n\" \"a.example\" of white list \"W\"",
+             "it has no scheme",
              "cannot be cracked",
              "\"http:///nohost\" of white list \"W\"",
              "has no host",

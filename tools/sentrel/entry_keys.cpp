@@ -6,9 +6,9 @@
 
 namespace sentrel::cli {
 
-std::optional<EntryKeys> KeysOfEntry(const FilterEntry& entry) {
+std::optional<EntryKeys> KeysOfEntry(const FilterEntry& entry, CrackFailure* why) {
     CrackedUrl cracked;
-    if (!CrackUrl(NormalizeUrlText(entry.url), cracked)) {
+    if (!CrackUrl(NormalizeUrlText(entry.url), cracked, why)) {
         return std::nullopt;
     }
     EntryKeys keys;
@@ -20,6 +20,36 @@ std::optional<EntryKeys> KeysOfEntry(const FilterEntry& entry) {
         keys.pathKey = PathKey(cracked);
     }
     return keys;
+}
+
+std::string_view DescribeCrackFailure(CrackFailure why) {
+    switch (why) {
+        case CrackFailure::NoScheme:
+            return "it has no scheme (a URL needs one, as in http://host/path)";
+        case CrackFailure::SchemeTooLong:
+            return "its scheme is longer than 32 characters";
+        case CrackFailure::MailtoWithSlashes:
+            return "a mailto URL cannot go on with //";
+        case CrackFailure::HostTooLong:
+            return "its host is longer than 256 characters";
+        case CrackFailure::UserInfoTooLong:
+            return "its user name or password is longer than 128 characters";
+        case CrackFailure::PasswordWithoutUser:
+            return "it has a password but no user name";
+        case CrackFailure::AfterTextTooLong:
+            return "the text after a ':' of its host is longer than 128 characters";
+        case CrackFailure::SecondUserInfo:
+            return "it has more than one user name part (a second '@')";
+        case CrackFailure::PathTooLong:
+            return "its path is longer than 2048 characters";
+        case CrackFailure::TailTooLong:
+            return "its query or fragment is longer than 2048 characters";
+        case CrackFailure::SegmentTooLong:
+            return "a part of it is longer than 2089 characters";
+        case CrackFailure::None:
+            break;
+    }
+    return "it cannot be cracked";
 }
 
 std::vector<EntrySource> EntriesWithKeys(const WebFilterPolicy& policy, bool white,

@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "policy/web_filter_policy.h"
+#include "search/cracked_url.h"
 
 namespace sentrel::cli {
 
@@ -18,8 +20,11 @@ struct EntryKeys {
     std::u16string pathKey;  // empty: every path
 };
 
-// The keys of an entry's url, or none when it cannot be cracked.
-std::optional<EntryKeys> KeysOfEntry(const FilterEntry& entry);
+// The keys of an entry's url, or none when it cannot be cracked (why then says why).
+std::optional<EntryKeys> KeysOfEntry(const FilterEntry& entry, CrackFailure* why = nullptr);
+
+// Why a text could not be cracked, in words.
+std::string_view DescribeCrackFailure(CrackFailure why);
 
 // Whether a list feeds the white index (every other type feeds the black one).
 inline bool FeedsWhiteIndex(const FilterList& list) {

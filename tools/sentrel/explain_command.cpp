@@ -111,10 +111,11 @@ int RunExplain(const Arguments& arguments, CommandStreams& streams) {
     out << "url         " << Quoted(url) << "\n"
         << "normalised  " << Quoted(normalised) << "\n";
     CrackedUrl cracked;
-    if (CrackUrl(normalised, cracked)) {
+    CrackFailure why = CrackFailure::None;
+    if (CrackUrl(normalised, cracked, &why)) {
         PrintCracked(cracked, out);
     } else {
-        out << "cracked     could not crack\n";
+        out << "cracked     could not crack: " << DescribeCrackFailure(why) << "\n";
     }
     out << "decision    " << (allowed ? "allow" : "deny") << ": ";
     switch (trace.step) {

@@ -169,11 +169,12 @@ int RunLint(const Arguments& arguments, CommandStreams& streams) {
     std::vector<KeyedEntry> black;
     for (const auto& [id, list] : loaded.policy.lists) {
         for (const FilterEntry& entry : list.mainEntries) {
-            const std::optional<EntryKeys> keys = KeysOfEntry(entry);
+            CrackFailure why = CrackFailure::None;
+            const std::optional<EntryKeys> keys = KeysOfEntry(entry, &why);
             if (!keys) {
                 findings.Report(Describe(entry) + " of " + Describe(list) +
-                                " cannot be cracked and takes no part in decisions" +
-                                " (a URL needs a scheme, as in http://host/path)");
+                                " cannot be cracked and takes no part in decisions: " +
+                                std::string(DescribeCrackFailure(why)));
                 continue;
             }
             if (!keys->hasHost) {

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string_view>
+
+#include "command.h"
+
+namespace sentrel::cli {
+
+// One URL's answer: allowed or not; nothing when it could not be decided.
+using UrlDecision = std::function<std::optional<bool>(std::string_view url)>;
+
+// The check command's answers: decides each URL given, or else each line of standard input, and
+// writes "allow<TAB>URL" or "deny<TAB>URL" for each.
+int CheckUrls(const Arguments& arguments, CommandStreams& streams, const UrlDecision& decide);
+
+// The check command with the registered component deciding (Windows only).
+int RunComponentCheck(const Arguments& arguments, CommandStreams& streams);
+
+}  // namespace sentrel::cli
