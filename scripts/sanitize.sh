@@ -21,7 +21,10 @@ for fuzzer in build/sanitize/fuzz/fuzz_*; do
   name=$(basename "$fuzzer")
   corpus=build/sanitize/fuzz/corpus-$name
   mkdir -p "$corpus"
+  options=(-max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -print_final_stats=1)
+  [ -f fuzz/"$name".dict ] && options+=(-dict=fuzz/"$name".dict)
+  inputs=("$corpus")
+  [ -d fuzz/seeds/"$name" ] && inputs+=(fuzz/seeds/"$name")
   echo "== $name for ${fuzz_seconds}s"
-  "$fuzzer" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -print_final_stats=1 "$corpus" \
-    fuzz/seeds/"$name" 2>&1 | tail -n 12
+  "$fuzzer" "${options[@]}" "${inputs[@]}" 2>&1 | tail -n 12
 done
