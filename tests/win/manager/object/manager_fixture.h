@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <list>
 #include <thread>
 
 #include "manager/com_ptr.h"
@@ -12,6 +13,7 @@
 #include "module/module_lock.h"
 #include "section_probe.h"
 #include "sentrel_h.h"
+#include "test_doubles.h"
 #include "thread_test_support.h"
 
 namespace sentrel::test {
@@ -43,6 +45,46 @@ class ManagerTest : public testing::Test {
     const ComInit com_{COINIT_MULTITHREADED};
     const LONG startLocks_ = TheModuleLockCount.GetLockCount();
     ComPtr<IWebFilterManager> manager_;
+};
+
+// The fixture's object publishes; the tests make the objects that listen.
+class EventsTest : public ManagerTest {
+  protected:
+    // Outlives every object of the test, which may still call or release it until it goes.
+    TestSink& MakeSink(HRESULT queryResult = S_OK, HRESULT eventResult = S_OK) {
+        return sinks_.emplace_back(queryResult, eventResult);
+    }
+
+    static DWORD Advise(IUnknown& object, TestSink& sink) {
+        DWORD cookie = 0;
+        const ComPtr<IConnectionPoint> point = EventsPoint(object);
+        EXPECT_TRUE(point);
+        if (point) {
+            EXPECT_EQ(point->Advise(static_cast<IUnknown*>(&sink), &cookie), S_OK);
+        }
+        return cookie;
+    }
+
+    // A listening object with one sink advised and updating on.
+    ComPtr<IWebFilterManager> Listener(TestSink& sink) {
+        ComPtr<IWebFilterManager> listener = CreateManager();
+        EXPECT_TRUE(listener);
+        if (listener) {
+            Advise(*listener.Get(), sink);
+            EXPECT_EQ(listener->EnableUpdate(1), S_OK);
+        }
+        return listener;
+    }
+
+    static bool WaitForEvents(const TestSink& sink, std::size_t count) {
+        return WaitUntil([&] { return sink.Events().size() >= count; });
+    }
+
+    static bool WaitForText(IWebFilterManager& manager, const std::u16string& document) {
+        return WaitUntil([&] { return ContentOf(manager).text == kByteOrderMark + document; });
+    }
+
+    std::list<TestSink> sinks_;
 };
 
 inline void SleepFor(std::chrono::milliseconds time) {

@@ -18,46 +18,6 @@
 namespace sentrel::test {
 namespace {
 
-// The fixture's object publishes; the tests make the objects that listen.
-class EventsTest : public ManagerTest {
-  protected:
-    // Outlives every object of the test, which may still call or release it until it goes.
-    TestSink& MakeSink(HRESULT queryResult = S_OK, HRESULT eventResult = S_OK) {
-        return sinks_.emplace_back(queryResult, eventResult);
-    }
-
-    static DWORD Advise(IUnknown& object, TestSink& sink) {
-        DWORD cookie = 0;
-        const ComPtr<IConnectionPoint> point = EventsPoint(object);
-        EXPECT_TRUE(point);
-        if (point) {
-            EXPECT_EQ(point->Advise(static_cast<IUnknown*>(&sink), &cookie), S_OK);
-        }
-        return cookie;
-    }
-
-    // A listening object with one sink advised and updating on.
-    ComPtr<IWebFilterManager> Listener(TestSink& sink) {
-        ComPtr<IWebFilterManager> listener = CreateManager();
-        EXPECT_TRUE(listener);
-        if (listener) {
-            Advise(*listener.Get(), sink);
-            EXPECT_EQ(listener->EnableUpdate(1), S_OK);
-        }
-        return listener;
-    }
-
-    static bool WaitForEvents(const TestSink& sink, std::size_t count) {
-        return WaitUntil([&] { return sink.Events().size() >= count; });
-    }
-
-    static bool WaitForText(IWebFilterManager& manager, const std::u16string& document) {
-        return WaitUntil([&] { return ContentOf(manager).text == kByteOrderMark + document; });
-    }
-
-    std::list<TestSink> sinks_;
-};
-
 // One publication and whether a listener announces it.
 struct AnnouncementCase {
     const char* name;
