@@ -80,6 +80,10 @@ bool CWebFilterManager::DeferDestruction(void (*destroy)(void*), void* object) n
     if (!timerThread_.RunsOnCurrentThread()) {
         return false;
     }
+    // From here on no tick may reach the object: one that is due when this tick ends would
+    // otherwise run, and fire, on an object that the pool thread is destroying. On the timer
+    // thread this does not wait for the tick in progress, which is this one.
+    timerThread_.Unsubscribe(this);
     deferredDestroy_ = destroy;
     deferredObject_ = object;
     // The destruction on the pool thread waits, in Unsubscribe, for the tick in progress here.

@@ -66,6 +66,29 @@ TEST_F(LifetimeTest, TheLastReferenceMayGoInsideAnEventOnTheTimerThread) {
     EXPECT_EQ(other_.References(), 0);
 }
 
+TEST_F(LifetimeTest, NoTickReachesAnObjectWhoseLastReferenceWentInsideAnEvent) {
+    IWebFilterManager* listener = Listener(releasing_, other_).Detach();
+    ASSERT_NE(listener, nullptr);
+    ReleaseInsideTheFirstEvent(listener);
+    // The event outlasts the timer's period, so that the next tick is due when it returns, with
+    // another change to load.
+    const auto releasing = releasing_.onEvent;
+    std::atomic<bool> inside{false};
+    releasing_.onEvent = [&](::WebFilterType type) {
+        releasing(type);
+        inside = true;
+        SleepFor(std::chrono::milliseconds(800));
+    };
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kAnnounced), S_OK);
+    ASSERT_TRUE(WaitUntil([&] { return inside.load(); }));
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockAll, u""), S_OK);
+    ASSERT_TRUE(WaitUntil([&] { return ObjectGone(); }));
+    SleepFor(kSeveralTicks);
+    EXPECT_TRUE(ObjectGone());
+    EXPECT_EQ(other_.Events().size(), 1u);
+    EXPECT_EQ(releasing_.Events().size(), 1u);
+}
+
 TEST_F(LifetimeTest, TheLastReferenceMayGoInsideAnEventFromTheMessageLoop) {
     std::atomic<bool> ready{false};
     std::atomic<bool> gone{false};
