@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <list>
 #include <string>
 #include <thread>
@@ -102,35 +103,73 @@ TEST_F(EventsTest, InTheMultiThreadedApartmentEventsArriveOnTheTimerThread) {
               (std::vector<::WebFilterType>{WebFilterBlockPolicy, WebFilterBlockAll}));
 }
 
-TEST_F(EventsTest, InASingleThreadedApartmentEventsArriveThroughItsMessageLoop) {
-    TestSink& sink = MakeSink();
-    std::atomic<bool> ready{false};
-    std::atomic<bool> published{false};
-    std::atomic<std::size_t> eventsBeforeDispatching{99};
-    std::atomic<DWORD> apartmentThread{0};
-    std::thread apartment([&] {
-        const ComInit com(COINIT_APARTMENTTHREADED);
-        apartmentThread = GetCurrentThreadId();
-        {
-            const ComPtr<IWebFilterManager> listener = Listener(sink);
+class ApartmentTest : public EventsTest {
+  protected:
+    // A listener on a single-threaded apartment's thread, which dispatches no message until the
+    // test thread has run publish(); then finish runs on the apartment's thread. Returns that
+    // thread.
+    DWORD RunOnApartmentThread(TestSink& sink, const std::function<void()>& publish,
+                               const std::function<void(ComPtr<IWebFilterManager>&)>& finish) {
+        std::atomic<bool> ready{false};
+        std::atomic<bool> published{false};
+        std::atomic<DWORD> apartmentThread{0};
+        std::thread apartment([&] {
+            const ComInit com(COINIT_APARTMENTTHREADED);
+            apartmentThread = GetCurrentThreadId();
+            ComPtr<IWebFilterManager> listener = Listener(sink);
             ready = true;
             // The ticks go on meanwhile, but their events wait for this thread's message loop.
-            WaitUntil([&] { return published.load(); });
-            SleepFor(kSeveralTicks);
-            eventsBeforeDispatching = sink.Events().size();
-            PumpMessagesUntil([&] { return !sink.Events().empty(); },
-                              std::chrono::milliseconds(10000));
+            WaitUntil([&] { return published.load(); }, std::chrono::milliseconds(30000));
+            finish(listener);
+        });
+        if (WaitUntil([&] { return ready.load(); })) {
+            publish();
         }
-    });
-    ASSERT_TRUE(WaitUntil([&] { return ready.load(); }));
-    EXPECT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeZero), S_OK);
-    published = true;
-    apartment.join();
+        published = true;
+        apartment.join();
+        return apartmentThread;
+    }
+};
+
+TEST_F(ApartmentTest, EventsArriveThroughTheCreatingThreadsMessageLoopInOrder) {
+    TestSink& sink = MakeSink();
+    std::size_t eventsBeforeDispatching = 99;
+    const DWORD apartment = RunOnApartmentThread(
+        sink,
+        [&] {
+            EXPECT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeZero), S_OK);
+            SleepFor(kSeveralTicks);
+            EXPECT_EQ(SetContent(Manager(), WebFilterBlockAll, u""), S_OK);
+            SleepFor(kSeveralTicks);
+        },
+        [&](ComPtr<IWebFilterManager>&) {
+            eventsBeforeDispatching = sink.Events().size();
+            PumpMessagesUntil([&] { return sink.Events().size() >= 2; },
+                              std::chrono::milliseconds(10000));
+        });
     EXPECT_EQ(eventsBeforeDispatching, 0u);
     const std::vector<TestSink::Event> events = sink.Events();
-    ASSERT_EQ(events.size(), 1u);
+    ASSERT_EQ(events.size(), 2u);
     EXPECT_EQ(events[0].type, WebFilterBlockPolicy);
-    EXPECT_EQ(events[0].thread, apartmentThread.load());
+    EXPECT_EQ(events[1].type, WebFilterBlockAll);
+    EXPECT_EQ(events[0].thread, apartment);
+    EXPECT_EQ(events[1].thread, apartment);
+}
+
+TEST_F(ApartmentTest, EventsStillWaitingInTheQueueAreLostWhenTheObjectGoes) {
+    TestSink& sink = MakeSink();
+    RunOnApartmentThread(
+        sink,
+        [&] {
+            EXPECT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kModeZero), S_OK);
+            SleepFor(kSeveralTicks);
+        },
+        [&](ComPtr<IWebFilterManager>& listener) {
+            listener.Reset();
+            PumpMessagesUntil([] { return false; }, kSeveralTicks);
+        });
+    EXPECT_TRUE(sink.Events().empty());
+    EXPECT_EQ(sink.References(), 0);
 }
 
 TEST_F(EventsTest, EnablingUpdateLoadsAtOnceAndAnnouncesNothing) {

@@ -5,10 +5,17 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "log_capture.h"
 #include "manager_fixture.h"
+#include "module/log/logger.h"
+#include "shared/mutex_lock.h"
+#include "shared/unique_resource.h"
+#include "shared/web_filter_file_mapper.h"
 
 namespace sentrel::test {
 namespace {
@@ -75,6 +82,48 @@ TEST_F(UpdateTest, ZeroStopsTheTicks) {
     EXPECT_EQ(Allowed(*reader.Get(), u"http://first.example/"), 0);
     SleepFor(kSeveralTicks);
     EXPECT_TRUE(sink.Events().empty());
+}
+
+TEST_F(UpdateTest, WhileTheSectionIsLockedElsewhereNothingIsPublishedOrLoaded) {
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kFirst), S_OK);
+    TestSink& sink = MakeSink();
+    const ComPtr<IWebFilterManager> reader = Listener(sink);
+    ASSERT_TRUE(reader);
+
+    // Another holder of the section's mutex, longer than a publication or a refresh waits.
+    std::atomic<bool> held{false};
+    std::atomic<bool> release{false};
+    std::thread holder([&] {
+        const UniqueHandle mutex = WebFilterFileMapper::OpenAccessMutex();
+        const MutexLock lock(mutex.Get(), WebFilterFileMapper::kLockTimeoutMs);
+        held = lock.Held();
+        WaitUntil([&] { return release.load(); }, std::chrono::milliseconds(30000));
+    });
+    ASSERT_TRUE(WaitUntil([&] { return held.load(); }));
+    {
+        const LogCapture log;
+        EXPECT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kSecond), E_FAIL);
+        EXPECT_EQ(log.Count(LogLevelError,
+                            u"WebFilterFileMapper::WriteContent - Could not lock "
+                            u"on mutex"),
+                  1u);
+        EXPECT_EQ(log.Count(LogLevelError,
+                            u"CWebFilterManager::SetFilterContent - Could not "
+                            u"write content to file mapper"),
+                  1u);
+    }
+    // In force here all the same; the section keeps what it had.
+    EXPECT_EQ(Allowed(Manager(), u"http://second.example/"), 0);
+    EXPECT_EQ(ProbeSection()->text, kFirst);
+    EXPECT_EQ(reader->EnableUpdate(1), S_OK);
+    EXPECT_EQ(Allowed(*reader.Get(), u"http://first.example/"), 0);
+    release = true;
+    holder.join();
+
+    // Once the lock is free again, the same call publishes, and the reader follows.
+    EXPECT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kSecond), S_OK);
+    ASSERT_TRUE(WaitForEvents(sink, 1));
+    EXPECT_EQ(Allowed(*reader.Get(), u"http://second.example/"), 0);
 }
 
 }  // namespace
