@@ -11,14 +11,16 @@ namespace sentrel {
 bool CWebFilterManager::RefreshFromSharedContent(::WebFilterType& type,
                                                  std::uint32_t& refreshMode) {
     const std::lock_guard refresh(refreshGuard_);
-    std::u16string text;
-    std::uint32_t publishedType = 0;
-    // The section's mutex is taken here, with the object lock not held.
-    if (!fileMapper_.CheckContentChanged(lastStamp_, publishedType, text)) {
-        return false;
-    }
-    const auto loadedType = static_cast<WebFilterType>(publishedType);
+    WebFilterType loadedType = WebFilterBlockNone;
     try {
+        std::u16string text;
+        std::uint32_t publishedType = 0;
+        // The section's mutex is taken here, with the object lock not held. A copy of the text
+        // that fails leaves the stamp where it was, so the next refresh tries again.
+        if (!fileMapper_.CheckContentChanged(lastStamp_, publishedType, text)) {
+            return false;
+        }
+        loadedType = static_cast<WebFilterType>(publishedType);
         WebFilterPolicy policy;
         if (!WebFilterXmlProcessor::DeserializePolicy(policy, text) &&
             loadedType == WebFilterBlockPolicy) {
@@ -31,7 +33,8 @@ bool CWebFilterManager::RefreshFromSharedContent(::WebFilterType& type,
         const std::lock_guard lock(GetLock());
         replaced = filterState_.Exchange(std::move(filter));
     } catch (const std::bad_alloc&) {
-        // The filter in force stays; the stamp has moved on, so this content is not tried again.
+        // The filter in force stays. Once the stamp has moved on, this content is not tried
+        // again.
         return false;
     }
     type = static_cast<::WebFilterType>(loadedType);
