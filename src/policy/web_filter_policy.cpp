@@ -42,16 +42,21 @@ void FilterList::Clear() {
 }
 
 void WebFilterPolicy::AddList(const FilterList& list) {
+    AddList(FilterList(list));
+}
+
+void WebFilterPolicy::AddList(FilterList&& list) {
     if (list.id.IsZero()) {
         const Guid key = NewGuid();
         // A fresh id cannot collide; should it, the list already there stays.
-        const auto [position, inserted] = lists.try_emplace(key, list);
+        const auto [position, inserted] = lists.try_emplace(key, std::move(list));
         if (inserted) {
             position->second.id = key;
         }
         return;
     }
-    lists.insert_or_assign(list.id, list);
+    const Guid key = list.id;
+    lists.insert_or_assign(key, std::move(list));
 }
 
 }  // namespace sentrel

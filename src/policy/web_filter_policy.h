@@ -78,6 +78,8 @@ struct WebFilterPolicy {
     // Stores a copy of the list under its id, replacing a list with the same id wholly; a list
     // without an id (all-zero) is stored under a fresh one, which becomes its id.
     void AddList(const FilterList& list);
+    // The same, taking the list over rather than copying it.
+    void AddList(FilterList&& list);
 };
 
 }  // namespace sentrel

@@ -298,7 +298,7 @@ void WebFilterXmlProcessor::OnEndElement(std::u16string_view name) {
     }
     switch (element->role) {
         case PolicyRole::List:
-            policy_->AddList(currentList_);
+            policy_->AddList(std::move(currentList_));  // Clear makes it whole again
             currentList_.Clear();
             break;
         case PolicyRole::MainEntry:
