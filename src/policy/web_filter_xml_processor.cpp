@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <new>
+#include <utility>
 
 #include "policy/ascii_case.h"
 #include "policy/hresult_error.h"
