@@ -149,9 +149,15 @@ class Parser {
         return expanded;
     }
 
-    // A key or value name: one registry key name, so neither empty nor holding a backslash.
+    // A key or value name: one registry key name, so neither empty nor holding a backslash; a
+    // keyword names nothing unless it is quoted.
     std::optional<std::wstring> Name() {
-        if (token_.kind != Token::Kind::Word && token_.kind != Token::Kind::Quoted) {
+        const bool bareKeyword =
+            token_.kind == Token::Kind::Word &&
+            (IsKeyword(token_.text, L"val") || IsKeyword(token_.text, L"noremove") ||
+             IsKeyword(token_.text, L"forceremove"));
+        if ((token_.kind != Token::Kind::Word && token_.kind != Token::Kind::Quoted) ||
+            bareKeyword) {
             return std::nullopt;
         }
         std::optional<std::wstring> name = Expand(token_.text);

@@ -1,5 +1,5 @@
-// The type library that widl makes from the interface definitions, read back from this
-// executable's resources as a client reads it from the module.
+// The type library of Sentrel64.dll as built, read from the module's resource and, once the module
+// is registered, through its registration, as clients read it.
 
 #include <windows.h>
 
@@ -11,21 +11,16 @@
 #include <string>
 #include <vector>
 
+#include "child_process.h"
 #include "manager/bstr.h"
 #include "manager/com_ptr.h"
+#include "module_test_paths.h"
 #include "sentrel_h.h"
+#include "sentrel_registration.h"
 #include "shared/wide_text.h"
 
-namespace sentrel {
+namespace sentrel::test {
 namespace {
-
-ComPtr<ITypeLib> LoadOwnTypeLibrary() {
-    std::array<wchar_t, MAX_PATH> path{};
-    GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    ComPtr<ITypeLib> library;
-    EXPECT_EQ(LoadTypeLibEx(path.data(), REGKIND_NONE, library.Put()), S_OK);
-    return library;
-}
 
 struct Documentation {
     std::u16string name;
@@ -56,9 +51,25 @@ class TypeAttributes {
     TYPEATTR* attributes_ = nullptr;
 };
 
-class TypeLibraryTest : public testing::Test {
+enum class Source { ModuleResource, Registration };
+
+class TypeLibraryTest : public testing::TestWithParam<Source> {
   protected:
-    void SetUp() override { ASSERT_TRUE(library_); }
+    void SetUp() override {
+        if (GetParam() == Source::ModuleResource) {
+            ASSERT_EQ(LoadTypeLibEx(DllPath().c_str(), REGKIND_NONE, library_.Put()), S_OK);
+            return;
+        }
+        RemoveSentrelRegistration();
+        ASSERT_EQ(RunToEnd(L"regsvr32.exe /s " + Quote(DllPath())).exitCode, 0u);
+        ASSERT_EQ(LoadRegTypeLib(LIBID_SentrelLib, 1, 0, 0, library_.Put()), S_OK);
+    }
+    void TearDown() override {
+        library_.Reset();
+        if (GetParam() == Source::Registration) {
+            RemoveSentrelRegistration();
+        }
+    }
 
     ComPtr<ITypeInfo> InfoOf(REFGUID guid) {
         ComPtr<ITypeInfo> info;
@@ -66,10 +77,17 @@ class TypeLibraryTest : public testing::Test {
         return info;
     }
 
-    ComPtr<ITypeLib> library_ = LoadOwnTypeLibrary();
+    ComPtr<ITypeLib> library_;
 };
 
-TEST_F(TypeLibraryTest, IsSentrelLibVersion1) {
+INSTANTIATE_TEST_SUITE_P(Sentrel64, TypeLibraryTest,
+                         testing::Values(Source::ModuleResource, Source::Registration),
+                         [](const testing::TestParamInfo<Source>& source) {
+                             return source.param == Source::ModuleResource ? "FromTheModule"
+                                                                           : "FromTheRegistration";
+                         });
+
+TEST_P(TypeLibraryTest, IsSentrelLibVersion1) {
     TLIBATTR* attributes = nullptr;
     ASSERT_EQ(library_->GetLibAttr(&attributes), S_OK);
     EXPECT_TRUE(IsEqualGUID(attributes->guid, LIBID_SentrelLib));
@@ -82,7 +100,7 @@ TEST_F(TypeLibraryTest, IsSentrelLibVersion1) {
     EXPECT_EQ(documentation.help, u"Sentrel 1.0 Type Library");
 }
 
-TEST_F(TypeLibraryTest, DescribesTheEnumTheInterfaceAndTheClassAndNothingElse) {
+TEST_P(TypeLibraryTest, DescribesTheEnumTheInterfaceAndTheClassAndNothingElse) {
     std::vector<std::pair<TYPEKIND, std::u16string>> described;
     for (UINT index = 0; index < library_->GetTypeInfoCount(); ++index) {
         TYPEKIND kind{};
@@ -100,7 +118,7 @@ TEST_F(TypeLibraryTest, DescribesTheEnumTheInterfaceAndTheClassAndNothingElse) {
               TYPE_E_ELEMENTNOTFOUND);
 }
 
-TEST_F(TypeLibraryTest, TheClassIsCreatableWithIWebFilterManagerAsItsOnlyInterface) {
+TEST_P(TypeLibraryTest, TheClassIsCreatableWithIWebFilterManagerAsItsOnlyInterface) {
     const ComPtr<ITypeInfo> coclass = InfoOf(CLSID_WebFilterManager);
     ASSERT_TRUE(coclass);
     EXPECT_EQ(Document(coclass.Get(), MEMBERID_NIL).help, u"WebFilterManager Class");
@@ -118,7 +136,7 @@ TEST_F(TypeLibraryTest, TheClassIsCreatableWithIWebFilterManagerAsItsOnlyInterfa
     EXPECT_TRUE(IsEqualGUID(TypeAttributes(implemented.Get())->guid, IID_IWebFilterManager));
 }
 
-TEST_F(TypeLibraryTest, TheInterfaceIsACustomInterfaceOverIUnknown) {
+TEST_P(TypeLibraryTest, TheInterfaceIsACustomInterfaceOverIUnknown) {
     const ComPtr<ITypeInfo> manager = InfoOf(IID_IWebFilterManager);
     ASSERT_TRUE(manager);
     EXPECT_EQ(Document(manager.Get(), MEMBERID_NIL).help, u"IWebFilterManager Interface");
@@ -173,7 +191,7 @@ struct MethodCase {
     std::vector<ParameterCase> parameters;
 };
 
-TEST_F(TypeLibraryTest, TheMethodsFollowIUnknownsInSlots3To8) {
+TEST_P(TypeLibraryTest, TheMethodsFollowIUnknownsInSlots3To8) {
     constexpr USHORT in = PARAMFLAG_FIN;
     constexpr USHORT out = PARAMFLAG_FOUT;
     const std::vector<MethodCase> methods{
@@ -232,7 +250,7 @@ TEST_F(TypeLibraryTest, TheMethodsFollowIUnknownsInSlots3To8) {
     }
 }
 
-TEST_F(TypeLibraryTest, TheFilterTypeHasItsThreeValues) {
+TEST_P(TypeLibraryTest, TheFilterTypeHasItsThreeValues) {
     ComPtr<ITypeInfo> type;
     for (UINT index = 0; index < library_->GetTypeInfoCount() && !type; ++index) {
         TYPEKIND kind{};
@@ -257,4 +275,4 @@ TEST_F(TypeLibraryTest, TheFilterTypeHasItsThreeValues) {
 }
 
 }  // namespace
-}  // namespace sentrel
+}  // namespace sentrel::test
