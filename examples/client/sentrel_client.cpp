@@ -102,13 +102,23 @@ class ComApartment {
     HRESULT result_;
 };
 
-HRESULT CreateManager(ComPtr<IWebFilterManager>& manager) {
+// Creates the manager by its ProgID on a thread that has entered its apartment; says why when it
+// cannot.
+bool CreateManager(const ComApartment& apartment, ComPtr<IWebFilterManager>& manager) {
+    if (FAILED(apartment.Result())) {
+        Failed("CoInitializeEx", apartment.Result());
+        return false;
+    }
     CLSID classId{};
     HRESULT result = CLSIDFromProgID(kProgId, &classId);
     if (SUCCEEDED(result)) {
         result = CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(&manager));
     }
-    return result;
+    if (FAILED(result)) {
+        Failed("creating Sentrel.WebFilterManager", result);
+        return false;
+    }
+    return true;
 }
 
 // A policy file: UTF-16LE when it starts with the byte order mark FF FE, else UTF-8.
@@ -181,12 +191,9 @@ int Publish(const std::vector<std::wstring>& arguments) {
     }
 
     const ComApartment apartment(COINIT_MULTITHREADED);
-    if (FAILED(apartment.Result())) {
-        return Failed("CoInitializeEx", apartment.Result());
-    }
     ComPtr<IWebFilterManager> manager;
-    if (const HRESULT result = CreateManager(manager); FAILED(result)) {
-        return Failed("creating Sentrel.WebFilterManager", result);
+    if (!CreateManager(apartment, manager)) {
+        return 2;
     }
     // E_INVALIDARG: the document is not a policy. E_FAIL: the policy is in force in this object
     // but could not be shared (another process's manager shares its policies at the moment).
@@ -276,12 +283,9 @@ int Watch(std::vector<std::wstring> arguments) {
     }
 
     const ComApartment apartment(COINIT_APARTMENTTHREADED);
-    if (FAILED(apartment.Result())) {
-        return Failed("CoInitializeEx", apartment.Result());
-    }
     ComPtr<IWebFilterManager> manager;
-    if (const HRESULT result = CreateManager(manager); FAILED(result)) {
-        return Failed("creating Sentrel.WebFilterManager", result);
+    if (!CreateManager(apartment, manager)) {
+        return 2;
     }
     Say("before the change:");
     if (const HRESULT result = Decide(manager.Get(), arguments); FAILED(result)) {

@@ -75,11 +75,7 @@ HRESULT CSentrelModule::CanUnloadNow() noexcept {
 }
 
 HRESULT CSentrelModule::RegisterServer(RegistrationScope scope) noexcept {
-    HRESULT result = E_OUTOFMEMORY;
-    try {
-        result = UpdateRegistry(scope, RegistrarMode::Register);
-    } catch (const std::bad_alloc&) {
-    }
+    HRESULT result = UpdateRegistry(scope, RegistrarMode::Register);
     if (SUCCEEDED(result)) {
         result = description_.proxyStub.registerServer();
     }
@@ -87,11 +83,7 @@ HRESULT CSentrelModule::RegisterServer(RegistrationScope scope) noexcept {
 }
 
 HRESULT CSentrelModule::UnregisterServer(RegistrationScope scope) noexcept {
-    HRESULT result = E_OUTOFMEMORY;
-    try {
-        result = UpdateRegistry(scope, RegistrarMode::Unregister);
-    } catch (const std::bad_alloc&) {
-    }
+    HRESULT result = UpdateRegistry(scope, RegistrarMode::Unregister);
     if (FAILED(result)) {
         return result;
     }
@@ -115,7 +107,15 @@ HRESULT CSentrelModule::Install(bool install, const wchar_t* commandLine) noexce
     return S_OK;
 }
 
-HRESULT CSentrelModule::UpdateRegistry(RegistrationScope scope, RegistrarMode mode) {
+HRESULT CSentrelModule::UpdateRegistry(RegistrationScope scope, RegistrarMode mode) noexcept {
+    try {
+        return UpdateRegistryInLocale(scope, mode);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+HRESULT CSentrelModule::UpdateRegistryInLocale(RegistrationScope scope, RegistrarMode mode) {
     const ThreadLocaleScope locale;
     const std::wstring path = ModulePath();
     if (path.empty()) {

@@ -68,8 +68,10 @@ class CSentrelModule {
     HRESULT Install(bool install, const wchar_t* commandLine) noexcept;
 
   private:
-    // Registers or unregisters the module: its scripts and its type library.
-    HRESULT UpdateRegistry(RegistrationScope scope, RegistrarMode mode);
+    // Registers or unregisters the module: its scripts and its type library, with the thread
+    // locale set to the system's meanwhile; running out of memory is E_OUTOFMEMORY.
+    HRESULT UpdateRegistry(RegistrationScope scope, RegistrarMode mode) noexcept;
+    HRESULT UpdateRegistryInLocale(RegistrationScope scope, RegistrarMode mode);
     HRESULT RunScript(UINT resource, RegistrarMode mode, HKEY classesRoot,
                       const RegistryReplacements& replacements) const;
     std::wstring ModulePath() const;

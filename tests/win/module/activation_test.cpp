@@ -235,9 +235,7 @@ class ActivationTest : public ComTest {
 
 TEST_F(ActivationTest, CoCreateInstanceLoadsTheRegisteredModuleAndCreatesAManager) {
     ComPtr<IWebFilterManager> manager;
-    ASSERT_EQ(CoCreateInstance(CLSID_WebFilterManager, nullptr, CLSCTX_INPROC_SERVER,
-                               IID_IWebFilterManager, manager.PutVoid()),
-              S_OK);
+    ASSERT_EQ(CreateManager(manager), S_OK);
     EXPECT_NE(GetModuleHandleW(DllPath().c_str()), nullptr);
     long allowed = 0;
     EXPECT_EQ(manager->IsUrlAllowed(nullptr, &allowed), S_OK);

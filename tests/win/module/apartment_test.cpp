@@ -16,6 +16,7 @@
 #include "manager/com_ptr.h"
 #include "recording_sink.h"
 #include "sentrel_h.h"
+#include "sentrel_registration.h"
 #include "sta_thread.h"
 
 namespace sentrel::test {
@@ -54,9 +55,7 @@ class ApartmentTest : public testing::Test {
     void CreateInSta(ComPtr<IWebFilterManager>& object, ComPtr<IWebFilterManager>& proxy) {
         ComPtr<IStream> stream;
         sta_.Run([&] {
-            ASSERT_EQ(CoCreateInstance(CLSID_WebFilterManager, nullptr, CLSCTX_INPROC_SERVER,
-                                       IID_IWebFilterManager, object.PutVoid()),
-                      S_OK);
+            ASSERT_EQ(CreateManager(object), S_OK);
             ASSERT_EQ(CoMarshalInterThreadInterfaceInStream(IID_IWebFilterManager, object.Get(),
                                                             stream.Put()),
                       S_OK);
@@ -206,9 +205,7 @@ TEST_F(ApartmentTest, EventsOfAnStaManagerReachASinkInTheMta) {
 
 TEST_F(ApartmentTest, EventsOfAnMtaManagerReachASinkInAnSta) {
     ComPtr<IWebFilterManager> manager;
-    ASSERT_EQ(CoCreateInstance(CLSID_WebFilterManager, nullptr, CLSCTX_INPROC_SERVER,
-                               IID_IWebFilterManager, manager.PutVoid()),
-              S_OK);
+    ASSERT_EQ(CreateManager(manager), S_OK);
     ComPtr<IStream> stream;
     ASSERT_EQ(
         CoMarshalInterThreadInterfaceInStream(IID_IWebFilterManager, manager.Get(), stream.Put()),

@@ -21,6 +21,7 @@
 #include "policy/web_filter_xml_processor.h"
 #include "search/web_filter_searcher.h"
 #include "sentrel_h.h"
+#include "sentrel_registration.h"
 
 namespace sentrel::test {
 namespace {
@@ -112,22 +113,30 @@ class ProcessTest : public testing::Test {
   protected:
     void SetUp() override { ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK); }
     void TearDown() override { CoUninitialize(); }
+
+    static bool IsWaiting(ChildProcess& watcher) {
+        return watcher.WaitForOutput("waiting for a policy change", kProcessWaitMs);
+    }
+
+    // A manager of this process that has published the example policy under WebFilterBlockPolicy;
+    // the shared copy lives as long as it does.
+    static ComPtr<IWebFilterManager> Publish(const std::string& policyFile) {
+        ComPtr<IWebFilterManager> publisher;
+        EXPECT_EQ(CreateManager(publisher), S_OK);
+        if (publisher) {
+            const Bstr policy = Bstr::Copy(ExamplePolicy(policyFile));
+            EXPECT_EQ(publisher->SetFilterContent(::WebFilterBlockPolicy, policy.Get()), S_OK);
+        }
+        return publisher;
+    }
 };
 
 TEST_F(ProcessTest, AClientInAnotherProcessReceivesThePublishedPolicyAndDecidesByIt) {
     ChildProcess watcher = StartWatcher(30);
-    ASSERT_TRUE(watcher.WaitForOutput("waiting for a policy change", kProcessWaitMs))
-        << watcher.Output();
+    ASSERT_TRUE(IsWaiting(watcher)) << watcher.Output();
+    const ComPtr<IWebFilterManager> publisher = Publish("school-whitelist.xml");
+    ASSERT_TRUE(publisher);
 
-    ComPtr<IWebFilterManager> publisher;
-    ASSERT_EQ(CoCreateInstance(CLSID_WebFilterManager, nullptr, CLSCTX_INPROC_SERVER,
-                               IID_IWebFilterManager, publisher.PutVoid()),
-              S_OK);
-    const Bstr policy = Bstr::Copy(ExamplePolicy("school-whitelist.xml"));
-    ASSERT_EQ(publisher->SetFilterContent(::WebFilterBlockPolicy, policy.Get()), S_OK);
-
-    // The publisher stays while the watcher loads the policy: the shared copy lives as long as
-    // the object that published it.
     ASSERT_EQ(watcher.WaitForExit(kProcessWaitMs), 0u) << watcher.Output();
     const std::string output = watcher.Output();
     EXPECT_NE(output.find("policy changed: policy"), std::string::npos) << output;
@@ -147,8 +156,7 @@ TEST_F(ProcessTest, AClientInAnotherProcessReceivesThePublishedPolicyAndDecidesB
 
 TEST_F(ProcessTest, OneClientProcessPublishesAndAnotherReceivesTheChange) {
     ChildProcess watcher = StartWatcher(30);
-    ASSERT_TRUE(watcher.WaitForOutput("waiting for a policy change", kProcessWaitMs))
-        << watcher.Output();
+    ASSERT_TRUE(IsWaiting(watcher)) << watcher.Output();
     ChildProcess publisher(Quote(ClientPath()) + L" publish " +
                            Quote(ExamplePolicyPath("office-blacklist.xml")) + L" all 3");
     ASSERT_EQ(watcher.WaitForExit(kProcessWaitMs), 0u) << watcher.Output();
@@ -163,15 +171,10 @@ TEST_F(ProcessTest, OneClientProcessPublishesAndAnotherReceivesTheChange) {
 
 TEST_F(ProcessTest, APolicyWithAnotherRefreshModeIsTakenWithoutAnEvent) {
     ChildProcess watcher = StartWatcher(4);
-    ASSERT_TRUE(watcher.WaitForOutput("waiting for a policy change", kProcessWaitMs))
-        << watcher.Output();
-    ComPtr<IWebFilterManager> publisher;
-    ASSERT_EQ(CoCreateInstance(CLSID_WebFilterManager, nullptr, CLSCTX_INPROC_SERVER,
-                               IID_IWebFilterManager, publisher.PutVoid()),
-              S_OK);
-    // The office black list has refresh mode 1: it is loaded silently.
-    const Bstr policy = Bstr::Copy(ExamplePolicy("office-blacklist.xml"));
-    ASSERT_EQ(publisher->SetFilterContent(::WebFilterBlockPolicy, policy.Get()), S_OK);
+    ASSERT_TRUE(IsWaiting(watcher)) << watcher.Output();
+    // The office black list has refresh mode 1: the watcher loads it silently.
+    const ComPtr<IWebFilterManager> publisher = Publish("office-blacklist.xml");
+    ASSERT_TRUE(publisher);
     EXPECT_EQ(watcher.WaitForExit(kProcessWaitMs), 1u) << watcher.Output();
     EXPECT_NE(watcher.Output().find("no policy change arrived"), std::string::npos);
 }

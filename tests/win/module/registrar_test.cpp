@@ -12,6 +12,7 @@
 namespace sentrel {
 namespace {
 
+using test::CreateRegistryKey;
 using test::RegistryKeyExists;
 using test::RegistryTree;
 
@@ -44,16 +45,10 @@ class RegistrarTest : public testing::Test {
 
     // A key (and the keys on its way) that the script did not write.
     void AddForeignKey(const std::wstring& key, const wchar_t* value = nullptr) {
-        HKEY created = nullptr;
-        ASSERT_EQ(RegCreateKeyExW(root_.Get(), key.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                                  &created, nullptr),
-                  ERROR_SUCCESS);
-        const UniqueKey opened(created);
+        ASSERT_TRUE(CreateRegistryKey(root_.Get(), key));
         if (value != nullptr) {
-            const std::wstring data = L"foreign";
-            ASSERT_EQ(RegSetValueExW(opened.Get(), value, 0, REG_SZ,
-                                     reinterpret_cast<const BYTE*>(data.c_str()),
-                                     static_cast<DWORD>((data.size() + 1) * sizeof(wchar_t))),
+            const wchar_t data[] = L"foreign";
+            ASSERT_EQ(RegSetKeyValueW(root_.Get(), key.c_str(), value, REG_SZ, data, sizeof(data)),
                       ERROR_SUCCESS);
         }
     }
@@ -162,11 +157,7 @@ TEST_F(RegistrarTest, UnregisteringANoRemoveKeyRemovesTheValuesTheScriptNames) {
 
 TEST_F(RegistrarTest, RegisteringStopsAtTheFirstFailureAndReturnsIt) {
     // A volatile key takes no lasting subkey: the registrar's first write under it fails.
-    HKEY created = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(root_.Get(), L"Volatile", 0, nullptr, REG_OPTION_VOLATILE,
-                              KEY_ALL_ACCESS, nullptr, &created, nullptr),
-              ERROR_SUCCESS);
-    RegCloseKey(created);
+    ASSERT_TRUE(CreateRegistryKey(root_.Get(), L"Volatile", REG_OPTION_VOLATILE));
     EXPECT_EQ(Run(L"HKCR { First Volatile { Child } Never }", RegistrarMode::Register),
               HRESULT_FROM_WIN32(ERROR_CHILD_MUST_BE_VOLATILE));
     EXPECT_TRUE(RegistryKeyExists(HKEY_CURRENT_USER, path_ + L"\\First"));

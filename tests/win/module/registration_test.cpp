@@ -21,7 +21,10 @@ namespace {
 
 class RegistrationTest : public testing::Test {
   protected:
-    void SetUp() override { RemoveSentrelRegistration(); }
+    void SetUp() override {
+        ASSERT_TRUE(dll_.Loaded());
+        RemoveSentrelRegistration();
+    }
     void TearDown() override { RemoveSentrelRegistration(); }
 
     static std::optional<DWORD> RegSvr32(const std::wstring& options) {
@@ -82,6 +85,8 @@ class RegistrationTest : public testing::Test {
         EXPECT_TRUE(RegistryKeyExists(MachineClasses().key, MachineClasses().path + L"AppID"));
         EXPECT_TRUE(RegistryKeyExists(MachineClasses().key, MachineClasses().path + L"CLSID"));
     }
+
+    const SentrelDll dll_;
 };
 
 TEST_F(RegistrationTest, RegSvr32RegistersMachineWideAndUnregistersEverything) {
@@ -110,13 +115,11 @@ struct InstallCase {
 TEST_F(RegistrationTest, DllInstallRegistersPerUserForTheWordUserAloneInAnyCase) {
     const std::vector<InstallCase> cases{
         {L"user", true}, {L"USER", true}, {L"users", false}, {L"", false}, {nullptr, false}};
-    const SentrelDll dll;
-    ASSERT_TRUE(dll.Loaded());
     for (const InstallCase& test : cases) {
         SCOPED_TRACE(test.commandLine == nullptr
                          ? "(null)"
                          : testing::PrintToString(std::wstring(test.commandLine)));
-        ASSERT_EQ(dll.DllInstall(TRUE, test.commandLine), S_OK);
+        ASSERT_EQ(dll_.DllInstall(TRUE, test.commandLine), S_OK);
         if (test.perUser) {
             ExpectScriptsUnder(UserClasses(), MachineClasses());
         } else {
@@ -124,60 +127,46 @@ TEST_F(RegistrationTest, DllInstallRegistersPerUserForTheWordUserAloneInAnyCase)
         }
         ExpectTypeLibraryRegistered();
         ExpectProxyStubRegistered();
-        ASSERT_EQ(dll.DllInstall(FALSE, test.commandLine), S_OK);
+        ASSERT_EQ(dll_.DllInstall(FALSE, test.commandLine), S_OK);
         ExpectNothingRegistered();
     }
 }
 
 TEST_F(RegistrationTest, RegisteringAgainReplacesTheClassKeyWhole) {
-    const SentrelDll dll;
-    ASSERT_TRUE(dll.Loaded());
-    ASSERT_EQ(dll.DllRegisterServer(), S_OK);
+    ASSERT_EQ(dll_.DllRegisterServer(), S_OK);
     const ClassesRoot machine = MachineClasses();
     const std::wstring classKey = machine.path + L"CLSID\\" + GuidText(CLSID_WebFilterManager);
-    HKEY stray = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(machine.key, (classKey + L"\\InprocServer32\\Stray").c_str(), 0,
-                              nullptr, 0, KEY_ALL_ACCESS, nullptr, &stray, nullptr),
-              ERROR_SUCCESS);
-    RegCloseKey(stray);
-    ASSERT_EQ(dll.DllRegisterServer(), S_OK);
+    ASSERT_TRUE(CreateRegistryKey(machine.key, classKey + L"\\InprocServer32\\Stray"));
+    ASSERT_EQ(dll_.DllRegisterServer(), S_OK);
     ExpectScriptsUnder(machine, UserClasses());
-    ASSERT_EQ(dll.DllUnregisterServer(), S_OK);
+    ASSERT_EQ(dll_.DllUnregisterServer(), S_OK);
     ExpectNothingRegistered();
 }
 
 TEST_F(RegistrationTest, UnregisteringKeepsAProgIdKeyThatAnotherProgramAddedTo) {
-    const SentrelDll dll;
-    ASSERT_TRUE(dll.Loaded());
-    ASSERT_EQ(dll.DllRegisterServer(), S_OK);
+    ASSERT_EQ(dll_.DllRegisterServer(), S_OK);
     const ClassesRoot machine = MachineClasses();
     const std::wstring other = machine.path + L"Sentrel.WebFilterManager\\ShellNew";
-    HKEY created = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(machine.key, other.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                              &created, nullptr),
-              ERROR_SUCCESS);
-    RegCloseKey(created);
-    ASSERT_EQ(dll.DllUnregisterServer(), S_OK);
+    ASSERT_TRUE(CreateRegistryKey(machine.key, other));
+    ASSERT_EQ(dll_.DllUnregisterServer(), S_OK);
     EXPECT_EQ(RegistryTree(machine.key, machine.path + L"Sentrel.WebFilterManager"),
               (std::vector<std::wstring>{L"[ShellNew]", L"[]", L"[] =WebFilterManager Class"}));
 }
 
 TEST_F(RegistrationTest, TheThreadLocaleIsRestoredAfterEveryRegistrationCall) {
-    const SentrelDll dll;
-    ASSERT_TRUE(dll.Loaded());
     const LCID original = GetThreadLocale();
     const LCID german = MAKELCID(MAKELANGID(LANG_GERMAN, SUBLANG_GERMAN), SORT_DEFAULT);
     ASSERT_TRUE(SetThreadLocale(german));
-    EXPECT_EQ(dll.DllRegisterServer(), S_OK);
+    EXPECT_EQ(dll_.DllRegisterServer(), S_OK);
     EXPECT_EQ(GetThreadLocale(), german);
-    EXPECT_EQ(dll.DllUnregisterServer(), S_OK);
+    EXPECT_EQ(dll_.DllUnregisterServer(), S_OK);
     EXPECT_EQ(GetThreadLocale(), german);
     // Nothing left to unregister: the type library's removal fails.
-    EXPECT_TRUE(FAILED(dll.DllUnregisterServer()));
+    EXPECT_TRUE(FAILED(dll_.DllUnregisterServer()));
     EXPECT_EQ(GetThreadLocale(), german);
-    EXPECT_EQ(dll.DllInstall(TRUE, L"user"), S_OK);
+    EXPECT_EQ(dll_.DllInstall(TRUE, L"user"), S_OK);
     EXPECT_EQ(GetThreadLocale(), german);
-    EXPECT_EQ(dll.DllInstall(FALSE, L"user"), S_OK);
+    EXPECT_EQ(dll_.DllInstall(FALSE, L"user"), S_OK);
     EXPECT_EQ(GetThreadLocale(), german);
     SetThreadLocale(original);
 }

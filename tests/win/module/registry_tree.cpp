@@ -64,6 +64,23 @@ std::vector<std::wstring> RegistryTree(HKEY root, const std::wstring& path) {
     return lines;
 }
 
+RegistryTrees SortedTrees(RegistryTrees trees) {
+    for (auto& tree : trees) {
+        std::sort(tree.second.begin(), tree.second.end());
+    }
+    return trees;
+}
+
+bool CreateRegistryKey(HKEY root, const std::wstring& path, DWORD options) {
+    HKEY created = nullptr;
+    if (RegCreateKeyExW(root, path.c_str(), 0, nullptr, options, KEY_ALL_ACCESS, nullptr, &created,
+                        nullptr) != ERROR_SUCCESS) {
+        return false;
+    }
+    RegCloseKey(created);
+    return true;
+}
+
 bool RegistryKeyExists(HKEY root, const std::wstring& path) {
     return static_cast<bool>(OpenKey(root, path));
 }

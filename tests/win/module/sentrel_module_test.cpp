@@ -87,16 +87,11 @@ HRESULT NoInstance(IUnknown*, REFIID, void** object) {
     return E_NOTIMPL;
 }
 
-std::vector<std::wstring> Sorted(std::vector<std::wstring> lines) {
-    std::sort(lines.begin(), lines.end());
-    return lines;
-}
-
 // What the test scripts write, key by key, as RegistryTree shows them.
-std::vector<std::pair<std::wstring, std::vector<std::wstring>>> ExpectedKeys() {
+RegistryTrees ExpectedKeys() {
     const std::wstring appId = GuidText(kTestAppId);
     const std::wstring classId = GuidText(CLSID_TestThing);
-    std::vector<std::pair<std::wstring, std::vector<std::wstring>>> keys{
+    return SortedTrees({
         {L"AppID\\" + appId, {L"[]", L"[] =SentrelModuleTest"}},
         {L"AppID\\SentrelModuleTest.DLL", {L"[]", L"[] AppID=" + appId}},
         {L"SentrelModuleTest.Thing",
@@ -105,11 +100,7 @@ std::vector<std::pair<std::wstring, std::vector<std::wstring>>> ExpectedKeys() {
          {L"[InprocServer32]", L"[InprocServer32] =" + OwnPath(),
           L"[InprocServer32] ThreadingModel=Both", L"[]", L"[] =TestThing Class",
           L"[] AppID=" + appId}},
-    };
-    for (auto& key : keys) {
-        key.second = Sorted(key.second);
-    }
-    return keys;
+    });
 }
 
 std::wstring RegisteredTypeLibraryPath() {
@@ -161,12 +152,9 @@ class SentrelModuleTest : public testing::Test {
 
     // A volatile key where the volatile class script writes: no lasting key can go under it.
     static void BlockTheVolatileClass() {
-        HKEY created = nullptr;
-        ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER,
-                                  L"Software\\Classes\\SentrelModuleTest.Volatile", 0, nullptr,
-                                  REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, &created, nullptr),
-                  ERROR_SUCCESS);
-        RegCloseKey(created);
+        ASSERT_TRUE(CreateRegistryKey(HKEY_CURRENT_USER,
+                                      L"Software\\Classes\\SentrelModuleTest.Volatile",
+                                      REG_OPTION_VOLATILE));
     }
 
     // The module with the given class scripts (IDR_TEST_CLASS by default).

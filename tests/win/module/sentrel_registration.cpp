@@ -2,7 +2,6 @@
 
 #include <oleauto.h>
 
-#include <algorithm>
 #include <array>
 
 #include "module/app_id.h"
@@ -26,10 +25,10 @@ ClassesRoot UserClasses() {
     return {HKEY_CURRENT_USER, L"Software\\Classes\\"};
 }
 
-std::vector<std::pair<std::wstring, std::vector<std::wstring>>> SentrelScriptKeys() {
+RegistryTrees SentrelScriptKeys() {
     const std::wstring appId = GuidText(kSentrelAppId);
     const std::wstring classId = GuidText(CLSID_WebFilterManager);
-    std::vector<std::pair<std::wstring, std::vector<std::wstring>>> keys{
+    return SortedTrees({
         // The AppID script.
         {L"AppID\\" + appId, {L"[]", L"[] =Sentrel"}},
         {L"AppID\\Sentrel.DLL", {L"[]", L"[] AppID=" + appId}},
@@ -45,11 +44,12 @@ std::vector<std::pair<std::wstring, std::vector<std::wstring>>> SentrelScriptKey
           L"[VersionIndependentProgID] =Sentrel.WebFilterManager", L"[InprocServer32]",
           L"[InprocServer32] =" + DllPath(), L"[InprocServer32] ThreadingModel=Both", L"[TypeLib]",
           L"[TypeLib] =" + GuidText(LIBID_SentrelLib)}},
-    };
-    for (auto& key : keys) {
-        std::sort(key.second.begin(), key.second.end());
-    }
-    return keys;
+    });
+}
+
+HRESULT CreateManager(ComPtr<IWebFilterManager>& manager) {
+    return CoCreateInstance(CLSID_WebFilterManager, nullptr, CLSCTX_INPROC_SERVER,
+                            IID_IWebFilterManager, manager.PutVoid());
 }
 
 void RemoveSentrelRegistration() {

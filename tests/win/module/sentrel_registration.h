@@ -3,8 +3,10 @@
 #include <windows.h>
 
 #include <string>
-#include <utility>
-#include <vector>
+
+#include "manager/com_ptr.h"
+#include "registry_tree.h"
+#include "sentrel_h.h"
 
 namespace sentrel::test {
 
@@ -20,11 +22,14 @@ ClassesRoot UserClasses();
 
 // The keys that Sentrel's AppID and class scripts write below the classes root, each with
 // everything under it as RegistryTree shows it, for the module at DllPath().
-std::vector<std::pair<std::wstring, std::vector<std::wstring>>> SentrelScriptKeys();
+RegistryTrees SentrelScriptKeys();
 
 // Removes whatever registration of Sentrel64.dll there is, in both roots, whatever the module
 // left: the scripts' keys, the type library and the proxy/stub.
 void RemoveSentrelRegistration();
+
+// A manager created through the registration, as a client creates it.
+HRESULT CreateManager(ComPtr<IWebFilterManager>& manager);
 
 // The path that the registration of the type library (version 1.0) names, empty when it is not
 // registered.
