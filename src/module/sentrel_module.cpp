@@ -5,7 +5,6 @@
 #include <array>
 #include <new>
 #include <optional>
-#include <string_view>
 
 #include "module/registry_script.h"
 #include "module/thread_locale_scope.h"
@@ -18,8 +17,10 @@ namespace {
 // What a script resource that is not a well-formed script makes registration return.
 const HRESULT kMalformedScript = HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
 
+// The calling thread's last error as a failure, whatever the platform left there.
 HRESULT LastError() {
-    return HRESULT_FROM_WIN32(GetLastError());
+    const DWORD error = GetLastError();
+    return error != ERROR_SUCCESS ? HRESULT_FROM_WIN32(error) : E_FAIL;
 }
 
 // The REGISTRY resource's text; scripts are stored as UTF-8.
