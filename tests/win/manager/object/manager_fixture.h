@@ -20,7 +20,7 @@ namespace sentrel::test {
 
 // Long enough for several ticks of a manager's 500 ms timer, for tests that make sure something
 // does NOT happen.
-inline constexpr std::chrono::milliseconds kSeveralTicks{1600};
+inline constexpr std::chrono::milliseconds kSeveralTicks{1200};
 
 // A test on a thread of the multi-threaded apartment, with a manager object of its own. Each test
 // starts with no shared section, and ends with every object it made destroyed (the module's lock
