@@ -157,19 +157,32 @@ HRESULT CreateSource(SourceProbe& probe, I** object, IUnknown* outer = nullptr) 
                                          &probe);
 }
 
-// An outer object on the heap that aggregates a TestSource: it answers IUnknown itself and
-// IPersist through the inner object, and nothing else of the inner object.
+// An outer object on the heap that aggregates an inner object: it answers IUnknown itself and
+// one interface of the inner object through the inner object, and nothing else of it.
 class TestOuter final : public IUnknown {
   public:
-    // Made with one reference, for the test to release.
-    static TestOuter* Make(SourceProbe& probe, HRESULT& created) {
-        auto* outer = new TestOuter;
-        created = CreateSource(probe, outer->inner_.Put(), outer);
+    // Makes the inner object with the outer one and hands out its inner unknown.
+    using CreateInner = std::function<HRESULT(IUnknown* outer, IUnknown** inner)>;
+
+    // Made with one reference, for the test to release; forwarded is the interface it hands out
+    // of the inner object.
+    static TestOuter* Make(REFIID forwarded, const CreateInner& create, HRESULT& created) {
+        auto* outer = new TestOuter(forwarded);
+        created = create(outer, outer->inner_.Put());
         return outer;
+    }
+    // Aggregating a TestSource, whose IPersist it hands out.
+    static TestOuter* Make(SourceProbe& probe, HRESULT& created) {
+        return Make(
+            IID_IPersist,
+            [&probe](IUnknown* outer, IUnknown** inner) {
+                return CreateSource(probe, inner, outer);
+            },
+            created);
     }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-        if (InlineIsEqualGUID(iid, IID_IPersist)) {
+        if (InlineIsEqualGUID(iid, forwarded_)) {
             return inner_->QueryInterface(iid, object);
         }
         if (!InlineIsEqualGUID(iid, IID_IUnknown)) {
@@ -193,9 +206,10 @@ class TestOuter final : public IUnknown {
     long References() const { return references_.load(); }
 
   private:
-    TestOuter() = default;
+    explicit TestOuter(REFIID forwarded) : forwarded_(forwarded) {}
     ~TestOuter() = default;
 
+    const IID forwarded_;
     std::atomic<long> references_{1};
     ComPtr<IUnknown> inner_;
 };

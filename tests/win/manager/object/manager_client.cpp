@@ -30,12 +30,8 @@ std::u16string ListElement(const ListSpec& list) {
 }
 
 std::u16string Decimal(std::uint32_t number) {
-    std::u16string digits;
-    do {
-        digits.insert(digits.begin(), static_cast<char16_t>(u'0' + number % 10));
-        number /= 10;
-    } while (number != 0);
-    return digits;
+    const std::string digits = std::to_string(number);
+    return std::u16string(digits.begin(), digits.end());
 }
 
 }  // namespace
@@ -81,6 +77,17 @@ FilterContent ContentOf(IWebFilterManager& manager) {
         SysFreeString(text);
     }
     return content;
+}
+
+void PrintTo(const FilterContent& content, std::ostream* out) {
+    *out << "{result 0x" << std::hex << static_cast<unsigned long>(content.result) << std::dec
+         << ", type " << static_cast<int>(content.type) << ", refresh mode " << content.refreshMode
+         << ", text \"" << AsciiOf(content.text) << "\"}";
+}
+
+FilterContent SucceededContent(::WebFilterType type, int refreshMode,
+                               const std::u16string& document) {
+    return {S_OK, type, refreshMode, kByteOrderMark + document};
 }
 
 ComPtr<IConnectionPoint> EventsPoint(IUnknown& object) {

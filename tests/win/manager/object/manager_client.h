@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -65,9 +66,16 @@ inline const ::WebFilterType kNoType = std::bit_cast<::WebFilterType>(std::int32
 struct FilterContent {
     HRESULT result = E_UNEXPECTED;
     ::WebFilterType type = kNoType;
-    std::u16string text;
     int refreshMode = -1;
+    std::u16string text;
+    bool operator==(const FilterContent&) const = default;
 };
+// For test messages.
+void PrintTo(const FilterContent& content, std::ostream* out);
+// What a successful GetFilterContent hands back for a policy whose document (in the writer's own
+// form, see below) is given.
+FilterContent SucceededContent(::WebFilterType type, int refreshMode,
+                               const std::u16string& document);
 FilterContent ContentOf(IWebFilterManager& manager);
 
 // The object's IWebFilterEvents connection point, null when it has none.

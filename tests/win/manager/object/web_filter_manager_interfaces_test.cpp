@@ -11,7 +11,7 @@
 #include <string>
 
 #include "manager_fixture.h"
-#include "module/class_factory.h"
+#include "test_doubles.h"
 
 namespace sentrel::test {
 namespace {
@@ -103,51 +103,19 @@ TEST_F(InterfacesTest, TheContainerServesTheEventsConnectionPointAlone) {
     EXPECT_EQ(container->EnumConnectionPoints(nullptr), E_POINTER);
 }
 
-// An outer object that aggregates a manager: it answers IUnknown itself, hands out the manager's
-// IWebFilterManager through its own QueryInterface, and nothing else of the manager.
-class Aggregator final : public IUnknown {
-  public:
-    static Aggregator* Make(HRESULT& created) {
-        auto* outer = new Aggregator;
-        created = CreateManagerInstance(outer, IID_IUnknown, outer->inner_.PutVoid());
-        return outer;
-    }
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-        if (InlineIsEqualGUID(iid, IID_IWebFilterManager)) {
-            return inner_->QueryInterface(iid, object);
-        }
-        if (!InlineIsEqualGUID(iid, IID_IUnknown)) {
-            *object = nullptr;
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        *object = static_cast<IUnknown*>(this);
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references_); }
-    ULONG STDMETHODCALLTYPE Release() override {
-        const long left = --references_;
-        if (left == 0) {
-            delete this;
-        }
-        return static_cast<ULONG>(left);
-    }
-
-    long References() const { return references_.load(); }
-    IUnknown* Inner() const { return inner_.Get(); }
-
-  private:
-    Aggregator() = default;
-    ~Aggregator() = default;
-
-    std::atomic<long> references_{1};
-    ComPtr<IUnknown> inner_;
-};
+// An outer object that aggregates a manager and hands out its IWebFilterManager.
+TestOuter* Aggregator(HRESULT& created) {
+    return TestOuter::Make(
+        IID_IWebFilterManager,
+        [](IUnknown* outer, IUnknown** inner) {
+            return CreateManagerInstance(outer, IID_IUnknown, reinterpret_cast<void**>(inner));
+        },
+        created);
+}
 
 TEST_F(InterfacesTest, AnAggregatedManagerServesThroughItsOuterObject) {
     HRESULT created = E_UNEXPECTED;
-    Aggregator* outer = Aggregator::Make(created);
+    TestOuter* outer = Aggregator(created);
     ASSERT_EQ(created, S_OK);
     ASSERT_NE(outer->Inner(), nullptr);
     {
@@ -181,7 +149,7 @@ TEST_F(InterfacesTest, AnAggregatedManagerServesThroughItsOuterObject) {
 
 TEST_F(InterfacesTest, AnAggregatingCreatorMayAskForTheInnerUnknownOnly) {
     HRESULT created = E_UNEXPECTED;
-    Aggregator* outer = Aggregator::Make(created);
+    TestOuter* outer = Aggregator(created);
     ASSERT_EQ(created, S_OK);
     int sentinel = 0;
     void* object = &sentinel;

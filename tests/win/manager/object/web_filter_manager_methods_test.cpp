@@ -24,22 +24,14 @@ TEST_F(MethodsTest, NewObjectAllowsEveryTextAndHoldsTheDefaultPolicy) {
         EXPECT_EQ(Allowed(Manager(), url), 1) << AsciiOf(url);
     }
     EXPECT_EQ(Allowed(Manager(), BSTR{nullptr}), 1);
-    const FilterContent content = ContentOf(Manager());
-    EXPECT_EQ(content.result, S_OK);
-    EXPECT_EQ(content.type, WebFilterBlockNone);
-    EXPECT_EQ(content.refreshMode, 0);
-    EXPECT_EQ(content.text, kByteOrderMark + EmptyDocument(0));
+    EXPECT_EQ(ContentOf(Manager()), SucceededContent(WebFilterBlockNone, 0, EmptyDocument(0)));
 }
 
 TEST_F(MethodsTest, GetFilterContentHandsBackThePolicySerialisedAnew) {
     const std::u16string document =
         ListDocument(3, ListKind::Black, {u"http://blocked.example/", u"https://x.example/a"});
     ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, document), S_OK);
-    const FilterContent content = ContentOf(Manager());
-    EXPECT_EQ(content.result, S_OK);
-    EXPECT_EQ(content.type, WebFilterBlockPolicy);
-    EXPECT_EQ(content.refreshMode, 3);
-    EXPECT_EQ(content.text, kByteOrderMark + document);
+    EXPECT_EQ(ContentOf(Manager()), SucceededContent(WebFilterBlockPolicy, 3, document));
 
     // The text is the policy in force, not the text that was set.
     const std::u16string spaced = u"  " + ListDocument(3, ListKind::Black, {u"http://b.example/"});
@@ -207,18 +199,12 @@ TEST_F(MethodsTest, MalformedDocumentKeepsTheListsReadBeforeTheFault) {
     EXPECT_EQ(SetContent(Manager(), WebFilterBlockPolicy, broken), S_OK);
     EXPECT_EQ(Allowed(Manager(), u"http://first.example/"), 0);
     EXPECT_EQ(Allowed(Manager(), u"http://second.example/"), 1);
-    const FilterContent content = ContentOf(Manager());
-    EXPECT_EQ(content.refreshMode, 2);
-    EXPECT_EQ(content.text, kByteOrderMark + whole);
+    EXPECT_EQ(ContentOf(Manager()), SucceededContent(WebFilterBlockPolicy, 2, whole));
 }
 
 TEST_F(MethodsTest, TypeOutsideTheEnumerationIsReportedBack) {
     EXPECT_EQ(SetContent(Manager(), kOutsideTypes, kBlackDocument), E_FAIL);
-    const FilterContent content = ContentOf(Manager());
-    EXPECT_EQ(content.result, S_OK);
-    EXPECT_EQ(content.type, kOutsideTypes);
-    EXPECT_EQ(content.refreshMode, 0);
-    EXPECT_EQ(content.text, kByteOrderMark + EmptyDocument(0));
+    EXPECT_EQ(ContentOf(Manager()), SucceededContent(kOutsideTypes, 0, EmptyDocument(0)));
 }
 
 TEST_F(MethodsTest, NoMethodSetsErrorInformation) {

@@ -62,10 +62,7 @@ TEST_F(PublishTest, ListsSetWithBlockAllArePublishedThoughNotReadHere) {
     const std::u16string document = ListDocument(5, ListKind::Black, {u"http://a.example/"});
     ASSERT_EQ(SetContent(Manager(), WebFilterBlockAll, document), S_OK);
     EXPECT_EQ(Published(), Expected(WebFilterBlockAll, document));
-    const FilterContent content = ContentOf(Manager());
-    EXPECT_EQ(content.type, WebFilterBlockAll);
-    EXPECT_EQ(content.refreshMode, 0);
-    EXPECT_EQ(content.text, kByteOrderMark + EmptyDocument(0));
+    EXPECT_EQ(ContentOf(Manager()), SucceededContent(WebFilterBlockAll, 0, EmptyDocument(0)));
 }
 
 TEST_F(PublishTest, MalformedTextIsPublishedAsItCame) {
@@ -91,9 +88,7 @@ TEST_F(PublishTest, BlockNoneCarriesTheLastPublishedRefreshMode) {
     ASSERT_EQ(SetContent(Manager(), WebFilterBlockNone, u""), S_OK);
     EXPECT_EQ(Published(), Expected(WebFilterBlockNone, EmptyDocument(3)));
     // The policy in force here is the default one, until a refresh loads the publication back.
-    const FilterContent content = ContentOf(Manager());
-    EXPECT_EQ(content.type, WebFilterBlockNone);
-    EXPECT_EQ(content.refreshMode, 0);
+    EXPECT_EQ(ContentOf(Manager()), SucceededContent(WebFilterBlockNone, 0, EmptyDocument(0)));
     ASSERT_EQ(Manager().EnableUpdate(1), S_OK);
     EXPECT_EQ(ContentOf(Manager()).refreshMode, 3);
 }
@@ -133,9 +128,7 @@ TEST_F(PublishTest, TheSameTextTwiceIsNotPublishedAgain) {
     const FilterContent before = ContentOf(Manager());
     EXPECT_EQ(SetContent(Manager(), WebFilterBlockPolicy, document), E_FAIL);
     EXPECT_EQ(PublishedStamp(), 1u);
-    const FilterContent after = ContentOf(Manager());
-    EXPECT_EQ(after.type, before.type);
-    EXPECT_EQ(after.text, before.text);
+    EXPECT_EQ(ContentOf(Manager()), before);
     EXPECT_EQ(Allowed(Manager(), u"http://a.example/"), 0);
 }
 
@@ -161,9 +154,7 @@ TEST_F(PublishTest, OnlyTheObjectThatCreatedTheSectionPublishes) {
     const std::u16string second = ListDocument(0, ListKind::Black, {u"http://c.example/"});
     ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, second), S_OK);
     ASSERT_EQ(other->EnableUpdate(1), S_OK);
-    const FilterContent content = ContentOf(*other.Get());
-    EXPECT_EQ(content.type, WebFilterBlockPolicy);
-    EXPECT_EQ(content.text, kByteOrderMark + second);
+    EXPECT_EQ(ContentOf(*other.Get()), SucceededContent(WebFilterBlockPolicy, 0, second));
     EXPECT_EQ(Allowed(*other.Get(), u"http://c.example/"), 0);
     EXPECT_EQ(Allowed(*other.Get(), u"http://a.example/"), 1);
 }
@@ -174,10 +165,7 @@ TEST_F(PublishTest, ARefreshReadsThePublishedListsUnderEveryType) {
     const ComPtr<IWebFilterManager> reader = CreateManager();
     ASSERT_TRUE(reader);
     ASSERT_EQ(reader->EnableUpdate(1), S_OK);
-    const FilterContent content = ContentOf(*reader.Get());
-    EXPECT_EQ(content.type, WebFilterBlockAll);
-    EXPECT_EQ(content.refreshMode, 5);
-    EXPECT_EQ(content.text, kByteOrderMark + document);
+    EXPECT_EQ(ContentOf(*reader.Get()), SucceededContent(WebFilterBlockAll, 5, document));
     // Still decided under BlockAll.
     EXPECT_EQ(Allowed(*reader.Get(), u"http://other.example/"), 0);
     EXPECT_EQ(Allowed(*reader.Get(), u"about:blank"), 1);
