@@ -22,7 +22,8 @@ namespace {
 
 const std::u16string kFirst = ListDocument(0, ListKind::Black, {u"http://first.example/"});
 const std::u16string kSecond = ListDocument(0, ListKind::Black, {u"http://second.example/"});
-const std::u16string kThird = ListDocument(0, ListKind::Black, {u"http://third.example/"});
+// Taken silently: a tick that ended just after the ticks were switched off could load it too.
+const std::u16string kThird = ListDocument(2, ListKind::Black, {u"http://third.example/"});
 
 using UpdateTest = EventsTest;
 
@@ -54,7 +55,8 @@ TEST_F(UpdateTest, AnyNonZeroValueRefreshesAtOnceAndStartsTheTicks) {
     ASSERT_TRUE(WaitForEvents(sink, 1));
     EXPECT_EQ(Allowed(*reader.Get(), u"http://second.example/"), 0);
 
-    // Another non-zero value refreshes again and leaves the ticks on.
+    // With the ticks off again, another non-zero value refreshes at once and switches them on.
+    EXPECT_EQ(reader->EnableUpdate(0), S_OK);
     ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kThird), S_OK);
     EXPECT_EQ(reader->EnableUpdate(-3), S_OK);
     EXPECT_EQ(Allowed(*reader.Get(), u"http://third.example/"), 0);
