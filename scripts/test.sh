@@ -14,7 +14,7 @@ cmake -S . -B build/native -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build/native -j"$jobs"
 
 echo "== native tests"
-ctest --test-dir build/native --output-on-failure -j"$jobs"
+ctest --test-dir build/native --output-on-failure -j"$jobs" --timeout 300
 
 echo "== Windows build (build/windows, mingw-w64)"
 cmake -S . -B build/windows -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake \
@@ -22,4 +22,5 @@ cmake -S . -B build/windows -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake \
 cmake --build build/windows -j"$jobs"
 
 echo "== Windows tests under Wine"
-ctest --test-dir build/windows --output-on-failure -j"$jobs"
+# A hang under Wine fails its test rather than stalling the run.
+ctest --test-dir build/windows --output-on-failure -j"$jobs" --timeout 300

@@ -17,9 +17,11 @@ namespace sentrel {
 // FindInterfaceIn). Every interface's IUnknown methods end up here: a plain object answers them
 // itself; an aggregated one delegates them to its outer unknown and answers its own lifetime
 // through a separate, non-delegating inner unknown that only the outer object holds.
-// Each live object holds one module lock.
+// Each live object holds one module lock, from before T is built until after T's destruction
+// has finished (it is the first base), so the module never reads as unloadable while the
+// object's code, or a thread that its destructor stops, still runs.
 template <class T>
-class ComObject final : public T {
+class ComObject final : private ModuleLock, public T {
   public:
     // The creation sequence: construct (raising the module's lock count), initialise the object
     // lock, FinalConstruct, then ask for iid. A failure at any step destroys the object and is
@@ -93,7 +95,7 @@ class ComObject final : public T {
                                     outer != nullptr);
     }
 
-    // FinalRelease, then the module lock goes (a member), then T's own destruction.
+    // FinalRelease, then T's own destruction, then the module lock goes.
     ~ComObject() {
         this->BeginDestruction();
         this->FinalRelease();
@@ -120,7 +122,6 @@ class ComObject final : public T {
     static void Destroy(void* object) noexcept { delete static_cast<ComObject*>(object); }
 
     InnerUnknown inner_;
-    ModuleLock moduleLock_;
 };
 
 }  // namespace sentrel
