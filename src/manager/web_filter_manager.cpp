@@ -8,7 +8,6 @@
 #include "manager/bstr.h"
 #include "module/interface_table.h"
 #include "module/log/logger.h"
-#include "module/module_lock.h"
 #include "policy/hresult_error.h"
 #include "policy/web_filter_xml_processor.h"
 #include "shared/wide_text.h"
@@ -87,22 +86,13 @@ bool CWebFilterManager::DeferDestruction(void (*destroy)(void*), void* object) n
     timerThread_.Unsubscribe(this);
     deferredDestroy_ = destroy;
     deferredObject_ = object;
-    // The destruction counts the object out of the module's lock count before its destructor
-    // has stopped the timer thread; with no client call in progress meanwhile, a lock of its own
-    // keeps the module loaded until the pool thread is done with the object.
-    TheModuleLockCount.Lock();
     // The destruction on the pool thread waits, in Unsubscribe, for the tick in progress here.
     const auto run = [](void* self) -> DWORD {
         const auto* manager = static_cast<CWebFilterManager*>(self);
         manager->deferredDestroy_(manager->deferredObject_);
-        TheModuleLockCount.Unlock();
         return 0;
     };
-    if (QueueUserWorkItem(run, this, WT_EXECUTEDEFAULT) == FALSE) {
-        TheModuleLockCount.Unlock();
-        return false;
-    }
-    return true;
+    return QueueUserWorkItem(run, this, WT_EXECUTEDEFAULT) != FALSE;
 }
 
 HRESULT STDMETHODCALLTYPE CWebFilterManager::InterfaceSupportsErrorInfo(REFIID iid) {
