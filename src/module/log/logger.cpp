@@ -90,7 +90,7 @@ std::u16string FormatLogMessage(std::u16string_view format,
 }
 
 Logger::Logger(std::ptrdiff_t gateCount, std::chrono::milliseconds gateWait)
-    : gate_(gateCount), gateWait_(gateWait) {}
+    : gateFree_(gateCount), gateWait_(gateWait) {}
 
 LogSink Logger::InstallSink(LogSink sink) {
     return sink_.exchange(sink);
@@ -98,13 +98,23 @@ LogSink Logger::InstallSink(LogSink sink) {
 
 std::int32_t Logger::LogArguments(std::int32_t level, const char16_t* format,
                                   std::span<const LogArgument> arguments) {
-    if (!gate_.try_acquire_for(gateWait_)) {
-        return kResultGateClosed;  // nothing was taken, so nothing is released
+    {
+        std::unique_lock lock(gateMutex_);
+        if (!gateOpened_.wait_for(lock, gateWait_, [this] { return gateFree_ > 0; })) {
+            return kResultGateClosed;  // nothing was taken, so nothing is released
+        }
+        --gateFree_;
     }
     struct GateRelease {
-        std::counting_semaphore<>& gate;
-        ~GateRelease() { gate.release(); }
-    } release{gate_};
+        Logger& logger;
+        ~GateRelease() {
+            {
+                const std::lock_guard lock(logger.gateMutex_);
+                ++logger.gateFree_;
+            }
+            logger.gateOpened_.notify_one();
+        }
+    } release{*this};
     const LogSink sink = sink_.load();
     if (sink == nullptr) {
         return kResultNoSink;

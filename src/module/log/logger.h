@@ -3,9 +3,10 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <semaphore>
+#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
@@ -79,7 +80,11 @@ class Logger {
     std::int32_t LogArguments(std::int32_t level, const char16_t* format,
                               std::span<const LogArgument> arguments);
 
-    std::counting_semaphore<> gate_;
+    // The gate: how many more callers may enter. A mutex and condition variable rather than
+    // std::counting_semaphore, whose waits can miss their wake-up with the mingw runtime.
+    std::mutex gateMutex_;
+    std::condition_variable gateOpened_;
+    std::ptrdiff_t gateFree_;
     std::chrono::milliseconds gateWait_;
     std::atomic<LogSink> sink_{nullptr};
 };
