@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Runs a Windows program under Wine in the build tree's private prefix, creating the prefix on
 # first use. ctest calls this as the cross-compiling emulator.
+#   wine-run.sh --start   brings the prefix's server and its own processes up for a test run
+#   wine-run.sh PROGRAM [ARGUMENT ...]
 set -euo pipefail
 
 prefix=${SENTREL_WINEPREFIX:-}
@@ -23,5 +25,15 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
     wineserver -w
   fi
   flock -u 9
+fi
+
+if [ "${1:-}" = --start ]; then
+  # The server and the processes Wine starts on its own (services, devices, the desktop) keep the
+  # output of whichever program started them open, and ctest waits for a test's output to close.
+  # Started here, detached from any test's output, and kept for a minute after the last program
+  # has ended, they serve the whole run.
+  wineserver -p60 </dev/null >/dev/null 2>&1 || true
+  wine cmd /c exit 0 </dev/null >/dev/null 2>&1
+  exit 0
 fi
 exec wine "$@"

@@ -1,8 +1,16 @@
 #include "child_process.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace sentrel::test {
+
+namespace {
+
+// How long the reader waits for the child between looks at an empty pipe.
+constexpr DWORD kPollMs = 10;
+
+}  // namespace
 
 ChildProcess::ChildProcess(std::wstring commandLine) {
     SECURITY_ATTRIBUTES inheritable{sizeof(inheritable), nullptr, TRUE};
@@ -12,8 +20,7 @@ ChildProcess::ChildProcess(std::wstring commandLine) {
         return;
     }
     output_.Reset(readEnd);
-    // Our copy of the write end closes when the constructor returns, so that reading ends when
-    // the child's copies go.
+    // Our copy of the write end closes when the constructor returns: only the child writes.
     const UniqueHandle childEnd(writeEnd);
     SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
     STARTUPINFOW startup{};
@@ -43,10 +50,29 @@ ChildProcess::~ChildProcess() {
     }
 }
 
+// Reads what is in the pipe without ever blocking on it: a process the child started (Wine's
+// desktop process, for one) may hold a copy of the write end long after the child has gone, so
+// the end of the output is the child's exit, not the pipe's end.
 void ChildProcess::ReadOutput() {
     char buffer[4096];
-    DWORD read = 0;
-    while (ReadFile(output_.Get(), buffer, sizeof(buffer), &read, nullptr) && read > 0) {
+    for (;;) {
+        const bool exited = WaitForSingleObject(process_.Get(), 0) != WAIT_TIMEOUT;
+        DWORD available = 0;
+        if (!PeekNamedPipe(output_.Get(), nullptr, 0, nullptr, &available, nullptr)) {
+            break;
+        }
+        if (available == 0) {
+            if (exited) {
+                break;
+            }
+            WaitForSingleObject(process_.Get(), kPollMs);
+            continue;
+        }
+        DWORD read = 0;
+        if (!ReadFile(output_.Get(), buffer, std::min<DWORD>(available, sizeof(buffer)), &read,
+                      nullptr)) {
+            break;
+        }
         const std::lock_guard lock(mutex_);
         text_.append(buffer, read);
         changed_.notify_all();
@@ -69,9 +95,8 @@ std::optional<DWORD> ChildProcess::WaitForExit(DWORD timeoutMs) {
     }
     DWORD code = 0;
     GetExitCodeProcess(process_.Get(), &code);
-    // The output is complete once the pipe is closed; a grandchild holding it is not waited for.
     std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, std::chrono::seconds(5), [&] { return ended_; });
+    changed_.wait(lock, [&] { return ended_; });
     return code;
 }
 
