@@ -9,11 +9,13 @@
 #include <ocidl.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "child_process.h"
 #include "manager/com_ptr.h"
 #include "module_test_paths.h"
+#include "recording_sink.h"
 #include "sentrel_dll.h"
 #include "sentrel_h.h"
 #include "sentrel_registration.h"
@@ -154,14 +156,28 @@ TEST_F(ClassObjectTest, TheClassIdGivesTheClassFactory) {
 }
 
 TEST_F(ClassObjectTest, TheInterfaceIdsGiveTheProxyStubFactory) {
+    // A server object of each interface for the stubs to call.
+    ComPtr<IClassFactory> managerFactory;
+    ASSERT_EQ(
+        dll_.DllGetClassObject(CLSID_WebFilterManager, IID_IClassFactory, managerFactory.PutVoid()),
+        S_OK);
+    ComPtr<IUnknown> manager;
+    ASSERT_EQ(managerFactory->CreateInstance(nullptr, IID_IUnknown, manager.PutVoid()), S_OK);
+    const ComPtr<RecordingSink> sink = RecordingSink::Create();
+    const std::pair<const IID*, IUnknown*> servers[] = {
+        {&IID_IWebFilterManager, manager.Get()},
+        {&IID_IWebFilterEvents, sink.Get()},
+    };
     for (const IID* iid : {&IID_IWebFilterManager, &IID_IWebFilterEvents}) {
         SCOPED_TRACE(testing::PrintToString(GuidText(*iid)));
         ComPtr<IPSFactoryBuffer> factory;
         ASSERT_EQ(dll_.DllGetClassObject(*iid, IID_IPSFactoryBuffer, factory.PutVoid()), S_OK);
         // It makes stubs of both interfaces.
-        ComPtr<IRpcStubBuffer> stub;
-        for (const IID* stubbed : {&IID_IWebFilterManager, &IID_IWebFilterEvents}) {
-            EXPECT_EQ(factory->CreateStub(*stubbed, nullptr, stub.Put()), S_OK);
+        for (const auto& [stubbed, server] : servers) {
+            ComPtr<IRpcStubBuffer> stub;
+            EXPECT_EQ(factory->CreateStub(*stubbed, server, stub.Put()), S_OK);
+            ASSERT_TRUE(stub);
+            stub->Disconnect();
         }
     }
 }

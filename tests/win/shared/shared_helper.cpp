@@ -9,6 +9,7 @@
 //                                             unchanged; with "refused", also be refused a write
 //   writer <ms> <seed> <id>                   publish random stress texts for a while
 //   reader <ms>                               check and verify stress texts for a while
+//   crash                                     meet an unhandled exception
 
 #include <windows.h>
 
@@ -184,6 +185,9 @@ int Run(int argc, wchar_t** argv) {
     }
     if (command == L"reader" && argc == 3) {
         return Reader(Number(argv[2]));
+    }
+    if (command == L"crash" && argc == 2) {
+        RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);
     }
     return kUsage;
 }

@@ -1,0 +1,26 @@
+// Linked into every Windows test program and helper. Under Wine, a program that crashes can end
+// with exit code 0 once Wine's debugger has run, and the run would count the crash as a pass.
+// Here any unhandled exception ends the program at once with a failing code, having named the
+// exception on standard error.
+
+#include <windows.h>
+
+#include <cstdio>
+
+#include "crash_exit.h"
+
+namespace {
+
+LONG WINAPI EndTheProgram(EXCEPTION_POINTERS* pointers) {
+    const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
+    std::fprintf(stderr, "unhandled exception 0x%08lX at %p\n", record.ExceptionCode,
+                 record.ExceptionAddress);
+    std::fflush(stderr);
+    TerminateProcess(GetCurrentProcess(), sentrel::test::kCrashExitCode);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
+[[maybe_unused]] const LPTOP_LEVEL_EXCEPTION_FILTER previousFilter =
+    SetUnhandledExceptionFilter(EndTheProgram);
+
+}  // namespace
