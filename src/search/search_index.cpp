@@ -1,11 +1,25 @@
 #include "search/search_index.h"
 
-#include <functional>
-
 namespace sentrel {
 
-std::uint64_t HostHashTable::Hash(std::u16string_view key) {
-    return std::hash<std::u16string_view>{}(key);
+std::uint64_t HostKeyHash::Of(std::u16string_view key) {
+    HostKeyHash hash;
+    for (auto ch = key.rbegin(); ch != key.rend(); ++ch) {
+        hash.Prepend(*ch);
+    }
+    return hash.Value();
+}
+
+std::uint64_t HostKeyHash::Value() const {
+    // The 64-bit finaliser of MurmurHash3: every bit of the state reaches the high and low bits
+    // that pick a slot and the filter's bits.
+    std::uint64_t mixed = state_;
+    mixed ^= mixed >> 33;
+    mixed *= 0xFF51AFD7ED558CCDu;
+    mixed ^= mixed >> 33;
+    mixed *= 0xC4CEB9FE1A85EC53u;
+    mixed ^= mixed >> 33;
+    return mixed;
 }
 
 bool HostHashTable::MayHold(std::uint64_t hash) const {
@@ -64,13 +78,14 @@ void HostHashTable::Place(const Slot& slot) {
     slots_[i] = slot;
 }
 
-const PortToPathsMapTypeStruct* HostToInfoMapTypeStruct::Find(std::u16string_view hostKey) const {
-    const HostMap::value_type* const entry = table_.Find(hostKey, HostHashTable::Hash(hostKey));
+const PortToPathsMapTypeStruct* HostToInfoMapTypeStruct::Find(std::u16string_view hostKey,
+                                                              std::uint64_t hash) const {
+    const HostMap::value_type* const entry = table_.Find(hostKey, hash);
     return entry != nullptr ? entry->second.get() : nullptr;
 }
 
 PortToPathsMapTypeStruct& HostToInfoMapTypeStruct::FindOrAdd(std::u16string_view hostKey) {
-    const std::uint64_t hash = HostHashTable::Hash(hostKey);
+    const std::uint64_t hash = HostKeyHash::Of(hostKey);
     if (const HostMap::value_type* const entry = table_.Find(hostKey, hash)) {
         return *entry->second;
     }

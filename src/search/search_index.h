@@ -42,15 +42,27 @@ struct PortToPathsMapTypeStruct {
 
 using HostMap = std::pmr::map<IndexKey, std::shared_ptr<PortToPathsMapTypeStruct>, std::less<>>;
 
+// The hash of a host key, taken from its last character back to its first: one pass from the
+// right passes the hash of every suffix on its way, and a decision looks up suffixes of one key.
+class HostKeyHash {
+  public:
+    static std::uint64_t Of(std::u16string_view key);
+
+    void Prepend(char16_t ch) { state_ = (state_ ^ ch) * 0x100000001B3u; }
+    // The hash of the characters prepended so far.
+    std::uint64_t Value() const;
+
+  private:
+    std::uint64_t state_ = 0xCBF29CE484222325u;
+};
+
 // Finds the entries of a host map by a hash of their keys. A decision looks up one candidate
 // host key per label of the URL's host, and most are not listed: here that costs one probe of a
 // compact table rather than a walk down a tree of every host. Each slot holds a key's hash and
 // its entry in the map, whose key confirms a match.
 class HostHashTable {
   public:
-    static std::uint64_t Hash(std::u16string_view key);
-
-    // The entry of the key, whose hash is given.
+    // The entry of the key, whose HostKeyHash is given.
     const HostMap::value_type* Find(std::u16string_view key, std::uint64_t hash) const;
     // The entry's key, whose hash is given, must not be in the table yet.
     void Insert(const HostMap::value_type& entry, std::uint64_t hash);
@@ -82,7 +94,11 @@ class HostToInfoMapTypeStruct {
     HostToInfoMapTypeStruct& operator=(const HostToInfoMapTypeStruct&) = delete;
 
     const HostMap& hosts() const { return hosts_; }
-    const PortToPathsMapTypeStruct* Find(std::u16string_view hostKey) const;
+    const PortToPathsMapTypeStruct* Find(std::u16string_view hostKey) const {
+        return Find(hostKey, HostKeyHash::Of(hostKey));
+    }
+    // The same, with the key's HostKeyHash given.
+    const PortToPathsMapTypeStruct* Find(std::u16string_view hostKey, std::uint64_t hash) const;
     // The ports of the host key, added empty when the key is new.
     PortToPathsMapTypeStruct& FindOrAdd(std::u16string_view hostKey);
 

@@ -1,6 +1,7 @@
 #include "search/url_text.h"
 
 #include <array>
+#include <cstring>
 #include <limits>
 
 namespace sentrel {
@@ -40,28 +41,72 @@ int UrlDigitValue(char16_t ch) {
     return -1;
 }
 
-std::u16string NormalizeUrlText(std::u16string_view text) {
+namespace {
+
+char16_t LowerAsciiCapital(char16_t ch) {
+    return static_cast<char16_t>(ch + (static_cast<unsigned>(ch - u'A') < 26u ? u'a' - u'A' : 0));
+}
+
+// Four UTF-16 code units at once in a 64-bit word, one in each 16-bit lane; no operation below
+// carries or borrows across lanes except where noted.
+constexpr std::uint64_t kLaneOnes = 0x0001000100010001u;
+constexpr std::uint64_t kLaneHighBits = 0x8000800080008000u;
+
+// True when a lane is zero (a borrow may also mark lanes above a zero lane, never without one).
+bool HasZeroLane(std::uint64_t block) {
+    return ((block - kLaneOnes) & ~block & kLaneHighBits) != 0;
+}
+
+std::uint64_t LowerAsciiCapitals(std::uint64_t block) {
+    const std::uint64_t low = block & ~kLaneHighBits;                   // each lane below 0x8000
+    const std::uint64_t atLeastA = low + (0x8000u - u'A') * kLaneOnes;  // high bit: low >= 'A'
+    const std::uint64_t atMostZ = (0x8000u + u'Z') * kLaneOnes - low;   // high bit: low <= 'Z'
+    const std::uint64_t capitals = atLeastA & atMostZ & ~block & kLaneHighBits;
+    return block | (capitals >> 10);  // 0x8000 >> 10 is the 0x20 that lowers a capital
+}
+
+// Normalises text into out, which has room for text.size() characters, and gives the length of
+// the result.
+std::size_t NormalizeInto(std::u16string_view text, char16_t* out) {
     std::size_t begin = 0;
     while (begin < text.size() && text[begin] != u'\0' && IsUrlWhiteSpace(text[begin])) {
         ++begin;
     }
-    // One pass over the copy lowers it and finds where it ends: wide-string routines stop at the
-    // first NUL, and so does every reader of URL text here.
-    std::u16string result(text.substr(begin));
-    std::size_t end = result.size();
-    for (std::size_t i = 0; i < end; ++i) {
-        const char16_t ch = result[i];
-        if (static_cast<unsigned>(ch - u'A') < 26u) {
-            result[i] = static_cast<char16_t>(ch + (u'a' - u'A'));
-        } else if (ch == u'\0') {
-            end = i;
+    text.remove_prefix(begin);
+    // Copy and lower up to the first NUL, a block at a time while no block holds one.
+    std::size_t end = 0;
+    for (std::uint64_t block = 0; end + 4 <= text.size(); end += 4) {
+        std::memcpy(&block, text.data() + end, sizeof(block));
+        if (HasZeroLane(block)) {
+            break;
         }
+        block = LowerAsciiCapitals(block);
+        std::memcpy(out + end, &block, sizeof(block));
     }
-    while (end > 0 && IsUrlWhiteSpace(result[end - 1])) {
+    for (; end < text.size() && text[end] != u'\0'; ++end) {
+        out[end] = LowerAsciiCapital(text[end]);
+    }
+    while (end > 0 && IsUrlWhiteSpace(out[end - 1])) {
         --end;
     }
-    result.resize(end);
+    return end;
+}
+
+}  // namespace
+
+std::u16string NormalizeUrlText(std::u16string_view text) {
+    std::u16string result(text.size(), u'\0');
+    result.resize(NormalizeInto(text, result.data()));
     return result;
+}
+
+NormalizedUrlText::NormalizedUrlText(std::u16string_view text) {
+    char16_t* out = local_.data();
+    if (text.size() > local_.size()) {
+        heap_.resize(text.size());
+        out = heap_.data();
+    }
+    view_ = {out, NormalizeInto(text, out)};
 }
 
 std::int32_t UrlTextToInt32(std::u16string_view text) {

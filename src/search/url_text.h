@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -17,8 +18,24 @@ bool IsUrlWhiteSpace(char16_t ch);
 int UrlDigitValue(char16_t ch);
 
 // The text without leading and trailing white space, with A-Z lowered; every other character,
-// non-ASCII letters included, stays as it is.
+// non-ASCII letters included, stays as it is. The text ends at its first NUL, if any.
 std::u16string NormalizeUrlText(std::u16string_view text);
+
+// NormalizeUrlText into storage of its own that needs no heap for URLs of ordinary length: for
+// the decision and the index build, which normalise every URL they meet.
+class NormalizedUrlText {
+  public:
+    explicit NormalizedUrlText(std::u16string_view text);
+    NormalizedUrlText(const NormalizedUrlText&) = delete;
+    NormalizedUrlText& operator=(const NormalizedUrlText&) = delete;
+
+    std::u16string_view view() const { return view_; }
+
+  private:
+    std::array<char16_t, 512> local_;
+    std::u16string heap_;  // for longer texts
+    std::u16string_view view_;
+};
 
 // The number _wtoi gives for a text: leading white space skipped, an optional sign, digits up to
 // the first non-digit (none give 0); values beyond the signed 32-bit range saturate.

@@ -1,5 +1,6 @@
 #include "search/web_filter_searcher.h"
 
+#include <array>
 #include <string>
 
 #include "module/log/logger.h"
@@ -27,7 +28,7 @@ void WebFilterSearcher::LoadPolicy(const WebFilterPolicy& policy) {
         for (const auto& [id, list] : policy.lists) {
             SchemeToInfoMapType& target = list.type == FilterListWhite ? whiteIndex_ : blackIndex_;
             for (const FilterEntry& entry : list.mainEntries) {
-                InsertUrl(NormalizeUrlText(entry.url), target);
+                InsertUrl(NormalizedUrlText(entry.url).view(), target);
             }
         }
     } catch (...) {
@@ -106,9 +107,9 @@ bool WebFilterSearcher::IsUrlAllowed(std::u16string_view url, DecisionTrace* tra
     if (filterType == WebFilterBlockPolicy && whiteIndex_.empty() && blackIndex_.empty()) {
         return answer(DecisionStep::NoIndexedEntries, true);
     }
-    const std::u16string normalized = NormalizeUrlText(url);
+    const NormalizedUrlText normalized(url);
     CrackedUrl cracked;
-    if (!CrackUrl(normalized, cracked)) {
+    if (!CrackUrl(normalized.view(), cracked)) {
         TheLogger.Log(LogLevelError, u"WebFilterSearcher::IsUrlAllowed - Could not crack url: %s",
                       url);
         return answer(DecisionStep::CouldNotCrack, false);
@@ -145,22 +146,40 @@ bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToIn
         return Miss(trace, IndexOutcome::NoHost);
     }
     // The host key, then each shorter suffix that starts after a '.', until one is listed; the
-    // first one listed decides alone.
+    // first one listed decides alone. Each candidate starts at least two characters after the
+    // one before, so a host key within its limit has at most this many.
+    const std::u16string_view hostKey = HostKey(cracked);
+    constexpr std::size_t kMaxCandidates = decltype(cracked.host)::kLimit / 2 + 1;
+    std::array<std::size_t, kMaxCandidates> starts;
+    std::size_t count = 0;
+    for (std::size_t start = 0;;) {
+        starts[count++] = start;
+        const std::size_t dot = hostKey.find(u'.', start + 1);
+        if (dot == hostKey.npos || dot + 1 == hostKey.size() || count == starts.size()) {
+            break;
+        }
+        start = dot + 1;
+    }
+    // Their hashes in one pass from the right.
+    std::array<std::uint64_t, kMaxCandidates> hashes;
+    HostKeyHash hash;
+    for (std::size_t i = hostKey.size(), next = count; next > 0;) {
+        while (i > starts[next - 1]) {
+            hash.Prepend(hostKey[--i]);
+        }
+        hashes[--next] = hash.Value();
+    }
     const HostToInfoMapTypeStruct& hosts = *scheme->second;
-    std::u16string_view candidate = HostKey(cracked);
-    for (;;) {
-        if (const PortToPathsMapTypeStruct* const ports = hosts.Find(candidate)) {
+    for (std::size_t k = 0; k < count; ++k) {
+        const std::u16string_view candidate = hostKey.substr(starts[k]);
+        if (const PortToPathsMapTypeStruct* const ports = hosts.Find(candidate, hashes[k])) {
             if (trace != nullptr) {
                 trace->hostKey.assign(candidate);
             }
             return IsUrlInPortMap(cracked, *ports, trace);
         }
-        const std::size_t dot = candidate.empty() ? candidate.npos : candidate.find(u'.', 1);
-        if (dot == candidate.npos || dot + 1 == candidate.size()) {
-            return Miss(trace, IndexOutcome::HostWalkExhausted);
-        }
-        candidate.remove_prefix(dot + 1);
     }
+    return Miss(trace, IndexOutcome::HostWalkExhausted);
 }
 
 bool WebFilterSearcher::IsUrlInPortMap(const CrackedUrl& cracked,

@@ -47,6 +47,41 @@ TEST(NormalizeUrlText, TrimsWhiteSpaceAndKeepsEveryOtherCharacter) {
     }
 }
 
+// Every code unit at every place of a text longer than two blocks of four: lowered when it is a
+// capital, the end of the text when it is NUL, else kept.
+TEST(NormalizeUrlText, EachCodeUnitAtEachPlace) {
+    constexpr std::size_t kLength = 9;
+    for (std::uint32_t code = 0; code <= 0xFFFF; ++code) {
+        const auto ch = static_cast<char16_t>(code);
+        if (IsUrlWhiteSpace(ch)) {
+            continue;
+        }
+        const char16_t lowered = ch >= u'A' && ch <= u'Z' ? static_cast<char16_t>(ch + 32) : ch;
+        for (std::size_t place = 0; place < kLength; ++place) {
+            std::u16string text(kLength, u'x');
+            text[place] = ch;
+            std::u16string expected = text;
+            expected[place] = lowered;
+            if (ch == u'\0') {
+                expected.resize(place);
+            }
+            ASSERT_EQ(NormalizeUrlText(text), expected) << code << " at " << place;
+            ASSERT_EQ(NormalizedUrlText(text).view(), expected) << code << " at " << place;
+        }
+    }
+}
+
+// Texts beyond the in-place storage normalise alike.
+TEST(NormalizedUrlText, LongTextsAsNormalizeUrlTextGivesThem) {
+    for (const std::size_t length : {511u, 512u, 513u, 4096u}) {
+        std::u16string text = u" \u3000HTTP://A.B/" + std::u16string(length, u'Q') + u"\t ";
+        EXPECT_EQ(NormalizedUrlText(text).view(), NormalizeUrlText(text)) << length;
+        text[length / 2] = u'\0';
+        EXPECT_EQ(NormalizedUrlText(text).view(), NormalizeUrlText(text)) << length;
+        EXPECT_EQ(NormalizeUrlText(text).size(), length / 2 - 2);
+    }
+}
+
 TEST(UrlTextToInt32, ReadsAsWtoiDoes) {
     struct Row {
         std::u16string text;
