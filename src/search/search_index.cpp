@@ -1,5 +1,7 @@
 #include "search/search_index.h"
 
+#include <algorithm>
+
 namespace sentrel {
 
 std::uint64_t HostKeyHash::Of(std::u16string_view key) {
@@ -37,7 +39,7 @@ void HostHashTable::Mark(std::uint64_t hash) {
     filter_[second / 64] |= std::uint64_t{1} << (second % 64);
 }
 
-const HostMap::value_type* HostHashTable::Find(std::u16string_view key, std::uint64_t hash) const {
+const HostEntry* HostHashTable::Find(std::u16string_view key, std::uint64_t hash) const {
     if (count_ == 0 || !MayHold(hash)) {
         return nullptr;
     }
@@ -53,7 +55,7 @@ const HostMap::value_type* HostHashTable::Find(std::u16string_view key, std::uin
     }
 }
 
-void HostHashTable::Insert(const HostMap::value_type& entry, std::uint64_t hash) {
+void HostHashTable::Insert(const HostEntry& entry, std::uint64_t hash) {
     if ((count_ + 1) * 2 > slots_.size()) {
         std::vector<Slot> old(slots_.empty() ? 16 : slots_.size() * 2);
         old.swap(slots_);
@@ -80,19 +82,30 @@ void HostHashTable::Place(const Slot& slot) {
 
 const PortToPathsMapTypeStruct* HostToInfoMapTypeStruct::Find(std::u16string_view hostKey,
                                                               std::uint64_t hash) const {
-    const HostMap::value_type* const entry = table_.Find(hostKey, hash);
+    const HostEntry* const entry = table_.Find(hostKey, hash);
     return entry != nullptr ? entry->second.get() : nullptr;
 }
 
 PortToPathsMapTypeStruct& HostToInfoMapTypeStruct::FindOrAdd(std::u16string_view hostKey) {
     const std::uint64_t hash = HostKeyHash::Of(hostKey);
-    if (const HostMap::value_type* const entry = table_.Find(hostKey, hash)) {
+    if (const HostEntry* const entry = table_.Find(hostKey, hash)) {
         return *entry->second;
     }
-    const auto added =
-        hosts_.emplace(hostKey, MakeIndexLevel<PortToPathsMapTypeStruct>(hosts_)).first;
-    table_.Insert(*added, hash);
-    return *added->second;
+    const HostEntry& added =
+        hosts_.emplace_front(hostKey, MakeIndexLevel<PortToPathsMapTypeStruct>(hosts_));
+    table_.Insert(added, hash);
+    return *added.second;
+}
+
+std::vector<const HostEntry*> HostToInfoMapTypeStruct::SortedHosts() const {
+    std::vector<const HostEntry*> sorted;
+    sorted.reserve(table_.size());
+    for (const HostEntry& entry : hosts_) {
+        sorted.push_back(&entry);
+    }
+    std::sort(sorted.begin(), sorted.end(),
+              [](const HostEntry* a, const HostEntry* b) { return a->first < b->first; });
+    return sorted;
 }
 
 }  // namespace sentrel

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <forward_list>
 #include <functional>
 #include <map>
 #include <memory>
@@ -40,7 +41,10 @@ struct PortToPathsMapTypeStruct {
     std::pmr::map<std::uint16_t, std::shared_ptr<StringSetTypeStruct>> ports;
 };
 
-using HostMap = std::pmr::map<IndexKey, std::shared_ptr<PortToPathsMapTypeStruct>, std::less<>>;
+// One host key and its ports. Each entry is a node of its own, made right after its ports
+// level in the same memory, so that a decision that finds the entry finds its ports near it.
+using HostEntry = std::pair<const IndexKey, std::shared_ptr<PortToPathsMapTypeStruct>>;
+using HostEntries = std::pmr::forward_list<HostEntry>;
 
 // The hash of a host key, taken from its last character back to its first: one pass from the
 // right passes the hash of every suffix on its way, and a decision looks up suffixes of one key.
@@ -56,21 +60,22 @@ class HostKeyHash {
     std::uint64_t state_ = 0xCBF29CE484222325u;
 };
 
-// Finds the entries of a host map by a hash of their keys. A decision looks up one candidate
+// Finds the entries of a host level by a hash of their keys. A decision looks up one candidate
 // host key per label of the URL's host, and most are not listed: here that costs one probe of a
 // compact table rather than a walk down a tree of every host. Each slot holds a key's hash and
 // its entry in the map, whose key confirms a match.
 class HostHashTable {
   public:
     // The entry of the key, whose HostKeyHash is given.
-    const HostMap::value_type* Find(std::u16string_view key, std::uint64_t hash) const;
+    const HostEntry* Find(std::u16string_view key, std::uint64_t hash) const;
     // The entry's key, whose hash is given, must not be in the table yet.
-    void Insert(const HostMap::value_type& entry, std::uint64_t hash);
+    void Insert(const HostEntry& entry, std::uint64_t hash);
+    std::size_t size() const { return count_; }
 
   private:
     struct Slot {
         std::uint64_t hash = 0;
-        const HostMap::value_type* entry = nullptr;
+        const HostEntry* entry = nullptr;
     };
 
     void Place(const Slot& slot);
@@ -84,8 +89,10 @@ class HostHashTable {
     std::size_t count_ = 0;
 };
 
-// The host keys of one scheme, ordered, with a hash table beside them for look-ups; both change
-// only through FindOrAdd, so they always hold the same keys.
+// The host keys of one scheme with their ports: a map whose look-ups go through the hash table.
+// The entries are in no particular order, which no decision depends on; walks that list them
+// sort them. Entries and table change only through FindOrAdd, so they always hold the same
+// keys.
 class HostToInfoMapTypeStruct {
   public:
     using allocator_type = IndexAllocator;
@@ -93,7 +100,11 @@ class HostToInfoMapTypeStruct {
     HostToInfoMapTypeStruct(const HostToInfoMapTypeStruct&) = delete;
     HostToInfoMapTypeStruct& operator=(const HostToInfoMapTypeStruct&) = delete;
 
-    const HostMap& hosts() const { return hosts_; }
+    const HostEntries& hosts() const { return hosts_; }
+    std::size_t size() const { return table_.size(); }
+    bool empty() const { return table_.size() == 0; }
+    // The entries in key order.
+    std::vector<const HostEntry*> SortedHosts() const;
     const PortToPathsMapTypeStruct* Find(std::u16string_view hostKey) const {
         return Find(hostKey, HostKeyHash::Of(hostKey));
     }
@@ -103,7 +114,7 @@ class HostToInfoMapTypeStruct {
     PortToPathsMapTypeStruct& FindOrAdd(std::u16string_view hostKey);
 
   private:
-    HostMap hosts_;
+    HostEntries hosts_;
     HostHashTable table_;
 };
 
@@ -135,12 +146,13 @@ void WalkIndex(const SchemeToInfoMapType& index, Visitor&& visit) {
     for (const auto& [schemeKey, hosts] : index) {
         IndexEntryView entry;
         entry.schemeKey = schemeKey;
-        if (hosts->hosts().empty()) {
+        if (hosts->empty()) {
             visit(static_cast<const IndexEntryView&>(entry));
             continue;
         }
         entry.hasHost = true;
-        for (const auto& [hostKey, ports] : hosts->hosts()) {
+        for (const HostEntry* host : hosts->SortedHosts()) {
+            const auto& [hostKey, ports] = *host;
             entry.hostKey = hostKey;
             for (const auto& [port, paths] : ports->ports) {
                 entry.port = port;

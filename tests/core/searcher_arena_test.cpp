@@ -87,7 +87,7 @@ TEST(IndexArena, IndexBuiltInItHoldsItsKeys) {
         hosts.FindOrAdd(u"host" + std::u16string(i % 40, u'x') +
                         static_cast<char16_t>(u'a' + (i / 40) % 26) + u".example");
     }
-    EXPECT_EQ(hosts.hosts().size(), 40u * 26u);
+    EXPECT_EQ(hosts.size(), 40u * 26u);
     EXPECT_EQ(hosts.hosts().get_allocator().resource(), &arena);
     EXPECT_NE(hosts.Find(u"hostxxxb.example"), nullptr);
     EXPECT_EQ(hosts.Find(u"hostxxx1.example"), nullptr);

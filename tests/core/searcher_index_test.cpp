@@ -195,10 +195,10 @@ TEST(SearcherIndex, HostMapIgnoresAnEmptyHost) {
     auto cracked = std::make_unique<CrackedUrl>();
     ASSERT_TRUE(CrackUrl(u"http://:80/x", *cracked));
     WebFilterSearcher::InsertIntoHostMap(*cracked, hosts);
-    EXPECT_TRUE(hosts.hosts().empty());
+    EXPECT_TRUE(hosts.empty());
     ASSERT_TRUE(CrackUrl(u"http://www./x", *cracked));
     WebFilterSearcher::InsertIntoHostMap(*cracked, hosts);
-    ASSERT_EQ(hosts.hosts().size(), 1u);
+    ASSERT_EQ(hosts.size(), 1u);
     EXPECT_EQ(hosts.hosts().begin()->first, u"");
 }
 
