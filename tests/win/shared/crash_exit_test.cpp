@@ -11,7 +11,7 @@ namespace sentrel {
 namespace {
 
 TEST(CrashExit, AnUnhandledExceptionEndsTheProgramWithTheCrashCode) {
-    test::HelperProcess helper(L"crash");
+    test::HelperProcess helper(test::kSharedHelper, L"crash");
     ASSERT_TRUE(helper.Started());
     EXPECT_EQ(helper.WaitForExit(30000), test::kCrashExitCode);
 }

@@ -9,13 +9,17 @@
 
 namespace sentrel::test {
 
-// A second process running shared_helper.exe, which lies next to the test executable.
+// The helper program of the shared-section tests.
+inline constexpr wchar_t kSharedHelper[] = L"shared_helper.exe";
+
+// A second process running a helper program that lies next to the test executable.
 class HelperProcess {
   public:
     static constexpr DWORD kNoExit = 0xFFFFFFFF;
 
-    // Starts the helper with the given arguments (already quoted where needed).
-    explicit HelperProcess(const std::wstring& arguments);
+    // Starts the program, named by its file name, with the given arguments (already quoted where
+    // needed).
+    HelperProcess(const wchar_t* program, const std::wstring& arguments);
     // A helper still running is killed: no test leaves a process behind.
     ~HelperProcess();
     HelperProcess(HelperProcess&&) = default;
@@ -45,7 +49,7 @@ class NamedEvent {
 // has done its part, then holds on until released.
 class HoldingHelper {
   public:
-    explicit HoldingHelper(const std::wstring& arguments);
+    HoldingHelper(const wchar_t* program, const std::wstring& arguments);
     bool WaitReady(DWORD timeoutMs) { return process_.Started() && ready_.WaitFor(timeoutMs); }
     // Lets it go and returns its exit code (HelperProcess::kNoExit when it does not end in time).
     DWORD Release(DWORD timeoutMs);
@@ -55,5 +59,11 @@ class HoldingHelper {
     NamedEvent release_;
     HelperProcess process_;
 };
+
+// In a helper: waits at most timeoutMs for the named event the test made; false when it could not
+// be opened or was not set in time.
+bool WaitForNamedEvent(const wchar_t* name, DWORD timeoutMs);
+// In a helper: sets the named event the test made.
+void SignalNamedEvent(const wchar_t* name);
 
 }  // namespace sentrel::test

@@ -20,6 +20,7 @@
 #include <string>
 #include <string_view>
 
+#include "helper_process.h"
 #include "log_capture.h"
 #include "module/log/logger.h"
 #include "search/web_filter_type.h"
@@ -42,16 +43,6 @@ std::uint32_t Number(const wchar_t* text) {
     return static_cast<std::uint32_t>(std::wcstoul(text, nullptr, 10));
 }
 
-bool WaitForNamedEvent(const wchar_t* name) {
-    const UniqueHandle event(OpenEventW(SYNCHRONIZE, FALSE, name));
-    return event && WaitForSingleObject(event.Get(), kEventWaitMs) == WAIT_OBJECT_0;
-}
-
-void SignalNamedEvent(const wchar_t* name) {
-    const UniqueHandle event(OpenEventW(EVENT_MODIFY_STATE, FALSE, name));
-    SetEvent(event.Get());
-}
-
 int HoldLock(const wchar_t* ready, const wchar_t* release) {
     const UniqueHandle mutex = WebFilterFileMapper::OpenAccessMutex();
     const MutexLock lock(mutex.Get(), kEventWaitMs);
@@ -59,7 +50,7 @@ int HoldLock(const wchar_t* ready, const wchar_t* release) {
         return kUnexpected;
     }
     SignalNamedEvent(ready);
-    return WaitForNamedEvent(release) ? kOk : kUnexpected;
+    return WaitForNamedEvent(release, kEventWaitMs) ? kOk : kUnexpected;
 }
 
 int Abandon() {
@@ -73,7 +64,7 @@ int Publish(std::uint32_t type, std::u16string_view text, const wchar_t* ready,
     WebFilterFileMapper mapper;
     const bool written = mapper.WriteContent(type, text);
     SignalNamedEvent(ready);
-    if (!WaitForNamedEvent(release)) {
+    if (!WaitForNamedEvent(release, kEventWaitMs)) {
         return kUnexpected;
     }
     return written ? kOk : kRefused;

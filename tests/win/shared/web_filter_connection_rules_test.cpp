@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "shared/unique_resource.h"
+#include "connection_rules_keys.h"
 #include "shared/web_filter_connection_rules.h"
 
 namespace sentrel {
@@ -21,28 +21,11 @@ class ConnectionRulesTest : public ::testing::Test {
     void SetUp() override { RemoveKeys(); }
     void TearDown() override { RemoveKeys(); }
 
-    static void RemoveKeys() {
-        for (const wchar_t* key : {Rules::kFilteredPortsKey, Rules::kAllowedProcessesKey}) {
-            const LSTATUS status = RegDeleteTreeW(HKEY_LOCAL_MACHINE, key);
-            ASSERT_TRUE(status == ERROR_SUCCESS || status == ERROR_FILE_NOT_FOUND) << status;
-        }
-        // The parents too, as long as nothing else lives in them.
-        for (const wchar_t* key : {L"Software\\Corvanta\\Lumetra\\WebFilter",
-                                   L"Software\\Corvanta\\Lumetra", L"Software\\Corvanta"}) {
-            RegDeleteKeyW(HKEY_LOCAL_MACHINE, key);
-        }
-    }
+    static void RemoveKeys() { ASSERT_TRUE(test::RemoveConnectionRulesKeys()); }
 
     static void SetValue(const wchar_t* key, const wchar_t* name, DWORD type, const void* data,
                          std::size_t bytes) {
-        HKEY created = nullptr;
-        ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, key, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                                  &created, nullptr),
-                  ERROR_SUCCESS);
-        const UniqueKey owned(created);
-        ASSERT_EQ(RegSetValueExW(created, name, 0, type, static_cast<const BYTE*>(data),
-                                 static_cast<DWORD>(bytes)),
-                  ERROR_SUCCESS);
+        ASSERT_TRUE(test::SetMachineValue(key, name, type, data, bytes));
     }
 
     // Stores exactly these bytes as a string value. The registry adds a terminator that the

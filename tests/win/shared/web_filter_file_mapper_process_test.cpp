@@ -44,7 +44,7 @@ std::chrono::milliseconds Timed(Call call) {
 
 TEST_F(FileMapperProcessTest, LockHeldByAnotherProcessFailsWriteAndCheck) {
     WebFilterFileMapper mapper;
-    HoldingHelper helper(L"hold-lock");
+    HoldingHelper helper(test::kSharedHelper, L"hold-lock");
     ASSERT_TRUE(helper.WaitReady(kHelperMs));
 
     LogCapture log;
@@ -82,7 +82,7 @@ TEST_P(AbandonedMutexTest, IsTakenOverWithTheContentIntact) {
     const bool checkFirst = GetParam();
     WebFilterFileMapper mapper;
     ASSERT_TRUE(mapper.WriteContent(WebFilterBlockPolicy, u"kept policy"));
-    HelperProcess helper(L"abandon");
+    HelperProcess helper(test::kSharedHelper, L"abandon");
     ASSERT_TRUE(helper.Started());
     ASSERT_EQ(helper.WaitForExit(kHelperMs), 0u);
 
@@ -109,7 +109,7 @@ TEST_P(AbandonedMutexTest, IsTakenOverWithTheContentIntact) {
 INSTANTIATE_TEST_SUITE_P(FirstCall, AbandonedMutexTest, ::testing::Values(false, true));
 
 TEST_F(FileMapperProcessTest, PublicationOfAnotherProcessIsSeenByItsStamp) {
-    HoldingHelper helper(L"publish 1 from-helper");
+    HoldingHelper helper(test::kSharedHelper, L"publish 1 from-helper");
     ASSERT_TRUE(helper.WaitReady(kHelperMs));
 
     WebFilterFileMapper mapper;
@@ -132,13 +132,14 @@ TEST_F(FileMapperProcessTest, PublicationOfAnotherProcessIsSeenByItsStamp) {
 TEST_F(FileMapperProcessTest, PublicationOfThisProcessIsSeenByAnother) {
     WebFilterFileMapper mapper;
     ASSERT_TRUE(mapper.WriteContent(WebFilterBlockPolicy, u"first"));
-    EXPECT_EQ(HelperProcess(L"check 1 1 first refused").WaitForExit(kHelperMs), 0u);
+    EXPECT_EQ(HelperProcess(test::kSharedHelper, L"check 1 1 first refused").WaitForExit(kHelperMs),
+              0u);
 
     ASSERT_TRUE(mapper.WriteContent(WebFilterBlockAll, u"second"));
-    EXPECT_EQ(HelperProcess(L"check 2 2 second").WaitForExit(kHelperMs), 0u);
+    EXPECT_EQ(HelperProcess(test::kSharedHelper, L"check 2 2 second").WaitForExit(kHelperMs), 0u);
 
     ASSERT_TRUE(mapper.WriteContent(WebFilterBlockNone, u""));
-    EXPECT_EQ(HelperProcess(L"check 3 0 \"\"").WaitForExit(kHelperMs), 0u);
+    EXPECT_EQ(HelperProcess(test::kSharedHelper, L"check 3 0 \"\"").WaitForExit(kHelperMs), 0u);
 }
 
 }  // namespace

@@ -25,12 +25,14 @@ TEST(FileMapperStress, ReadersNeverSeeATornText) {
     std::vector<HelperProcess> processes;
     for (int writer = 0; writer < kWriters; ++writer) {
         const int durationMs = kWriterStepMs * (writer + 1);
-        processes.emplace_back(L"writer " + std::to_wstring(durationMs) + L" " +
-                               std::to_wstring(GetTickCount() + static_cast<DWORD>(writer)) + L" " +
-                               std::to_wstring(writer));
+        processes.emplace_back(test::kSharedHelper,
+                               L"writer " + std::to_wstring(durationMs) + L" " +
+                                   std::to_wstring(GetTickCount() + static_cast<DWORD>(writer)) +
+                                   L" " + std::to_wstring(writer));
     }
     for (int reader = 0; reader < kReaders; ++reader) {
-        processes.emplace_back(L"reader " + std::to_wstring(kWriterStepMs * kWriters));
+        processes.emplace_back(test::kSharedHelper,
+                               L"reader " + std::to_wstring(kWriterStepMs * kWriters));
     }
     for (HelperProcess& process : processes) {
         ASSERT_TRUE(process.Started());

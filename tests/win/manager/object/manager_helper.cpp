@@ -17,8 +17,8 @@
 #include <string>
 #include <string_view>
 
+#include "helper_process.h"
 #include "manager_client.h"
-#include "shared/unique_resource.h"
 #include "shared/wide_text.h"
 #include "test_doubles.h"
 #include "thread_test_support.h"
@@ -33,16 +33,6 @@ constexpr int kUnexpected = 3;
 constexpr int kWrongDecision = 4;
 constexpr int kUsage = 64;
 constexpr DWORD kEventWaitMs = 30000;
-
-bool WaitForNamedEvent(const wchar_t* name) {
-    const UniqueHandle event(OpenEventW(SYNCHRONIZE, FALSE, name));
-    return event && WaitForSingleObject(event.Get(), kEventWaitMs) == WAIT_OBJECT_0;
-}
-
-void SignalNamedEvent(const wchar_t* name) {
-    const UniqueHandle event(OpenEventW(EVENT_MODIFY_STATE, FALSE, name));
-    SetEvent(event.Get());
-}
 
 std::u16string UrlOf(const wchar_t* host) {
     return u"http://" + std::u16string(AsU16(host)) + u"/";
@@ -59,7 +49,7 @@ int Publish(const wchar_t* type, const wchar_t* refreshMode, const wchar_t* host
                    ListDocument(static_cast<std::uint32_t>(std::wcstoul(refreshMode, nullptr, 10)),
                                 ListKind::Black, {UrlOf(host)}));
     SignalNamedEvent(ready);
-    if (!WaitForNamedEvent(release)) {
+    if (!WaitForNamedEvent(release, kEventWaitMs)) {
         return kUnexpected;
     }
     return result == S_OK ? kOk : result == E_FAIL ? kRefused : kUnexpected;
@@ -78,7 +68,7 @@ int Listen(const wchar_t* host, const wchar_t* ready, const wchar_t* release) {
         return kUnexpected;
     }
     SignalNamedEvent(ready);
-    if (!WaitForNamedEvent(release)) {
+    if (!WaitForNamedEvent(release, kEventWaitMs)) {
         return kUnexpected;
     }
     const bool event =

@@ -14,6 +14,8 @@ namespace sentrel::test {
 namespace {
 
 constexpr DWORD kHelperWaitMs = 30000;
+// The second process, built from manager_helper.cpp.
+constexpr wchar_t kManagerHelper[] = L"manager_helper.exe";
 
 using ProcessTest = EventsTest;
 
@@ -22,7 +24,7 @@ TEST_F(ProcessTest, APublicationOfAnotherProcessIsPickedUpAndAnnounced) {
     Advise(Manager(), sink);
     ASSERT_EQ(Manager().EnableUpdate(1), S_OK);
 
-    HoldingHelper publisher(L"publish 1 0 remote.example");
+    HoldingHelper publisher(kManagerHelper, L"publish 1 0 remote.example");
     ASSERT_TRUE(publisher.WaitReady(kHelperWaitMs));
     ASSERT_TRUE(WaitForEvents(sink, 1));
     EXPECT_EQ(sink.Types(), std::vector<::WebFilterType>{WebFilterBlockPolicy});
@@ -44,11 +46,11 @@ TEST_F(ProcessTest, AnotherProcessFollowsThisOnesPublicationsAndMayNotPublish) {
     ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy,
                          ListDocument(0, ListKind::Black, {u"http://early.example/"})),
               S_OK);
-    HoldingHelper refused(L"publish 1 0 other.example");
+    HoldingHelper refused(kManagerHelper, L"publish 1 0 other.example");
     ASSERT_TRUE(refused.WaitReady(kHelperWaitMs));
     EXPECT_EQ(refused.Release(kHelperWaitMs), 1u);
 
-    HoldingHelper listener(L"listen late.example");
+    HoldingHelper listener(kManagerHelper, L"listen late.example");
     ASSERT_TRUE(listener.WaitReady(kHelperWaitMs));
     ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy,
                          ListDocument(0, ListKind::Black, {u"http://late.example/"})),

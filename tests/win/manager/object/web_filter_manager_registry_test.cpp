@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "connection_rules_keys.h"
 #include "manager_fixture.h"
-#include "shared/unique_resource.h"
 #include "shared/web_filter_connection_rules.h"
 #include "shared/wide_text.h"
 
@@ -49,33 +49,17 @@ class RegistryTest : public ManagerTest {
         RemoveKeys();
     }
 
-    static void RemoveKeys() {
-        for (const wchar_t* key : {Rules::kFilteredPortsKey, Rules::kAllowedProcessesKey}) {
-            const LSTATUS status = RegDeleteTreeW(HKEY_LOCAL_MACHINE, key);
-            ASSERT_TRUE(status == ERROR_SUCCESS || status == ERROR_FILE_NOT_FOUND) << status;
-        }
-    }
-
-    static void SetValue(const wchar_t* key, const wchar_t* name, DWORD type, const void* data,
-                         std::size_t bytes) {
-        HKEY created = nullptr;
-        ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, key, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                                  &created, nullptr),
-                  ERROR_SUCCESS);
-        const UniqueKey owned(created);
-        ASSERT_EQ(RegSetValueExW(created, name, 0, type, static_cast<const BYTE*>(data),
-                                 static_cast<DWORD>(bytes)),
-                  ERROR_SUCCESS);
-    }
+    static void RemoveKeys() { ASSERT_TRUE(RemoveConnectionRulesKeys()); }
 
     static void Write(const std::vector<Port>& ports, const std::vector<Process>& processes) {
         for (const Port& port : ports) {
-            SetValue(Rules::kFilteredPortsKey, port.name, REG_DWORD, &port.value,
-                     sizeof(port.value));
+            ASSERT_TRUE(SetMachineValue(Rules::kFilteredPortsKey, port.name, REG_DWORD, &port.value,
+                                        sizeof(port.value)));
         }
         for (const Process& process : processes) {
-            SetValue(Rules::kAllowedProcessesKey, process.name, REG_SZ, process.process.c_str(),
-                     (process.process.size() + 1) * sizeof(char16_t));
+            ASSERT_TRUE(SetMachineValue(Rules::kAllowedProcessesKey, process.name, REG_SZ,
+                                        process.process.c_str(),
+                                        (process.process.size() + 1) * sizeof(char16_t)));
         }
     }
 
