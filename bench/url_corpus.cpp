@@ -96,7 +96,7 @@ UrlCorpus MakeUrlCorpus(FilterListType listType, std::size_t entryCount, std::si
                              entry.host + entry.port + entry.path +
                              (generate.Chance(20) ? u"/" : u"");
         if (generate.Chance(5)) {
-            url[0] = u'H';
+            url[0] = static_cast<char16_t>(url[0] - (u'a' - u'A'));  // the scheme's first capital
         }
         corpus.entryUrls.push_back(url);
         list.AddEntry(FilterEntry(u"entry", url));
