@@ -10,6 +10,7 @@
 #include "module/log/logger.h"
 #include "policy/hresult_error.h"
 #include "policy/web_filter_xml_processor.h"
+#include "shared/unique_resource.h"
 #include "shared/wide_text.h"
 
 namespace sentrel {
@@ -92,7 +93,13 @@ bool CWebFilterManager::DeferDestruction(void (*destroy)(void*), void* object) n
         manager->deferredDestroy_(manager->deferredObject_);
         return 0;
     };
-    return QueueUserWorkItem(run, this, WT_EXECUTEDEFAULT) != FALSE;
+    if (QueueUserWorkItem(run, this, WT_EXECUTEDEFAULT)) {
+        return true;
+    }
+    // Without a pool thread, a thread of its own; failing that too, the object is kept, and with
+    // it the module's lock, rather than destroyed under the thread that is running it.
+    const UniqueHandle thread(CreateThread(nullptr, 0, run, this, 0, nullptr));
+    return true;
 }
 
 HRESULT STDMETHODCALLTYPE CWebFilterManager::InterfaceSupportsErrorInfo(REFIID iid) {
