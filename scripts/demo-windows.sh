@@ -18,9 +18,12 @@ cmake -S . -B "$build" -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$build" -j"$jobs" --target Sentrel64 sentrel_client sentrel >/dev/null
 
-# Every Windows program runs under Wine in the demo's own prefix, created on first use.
+# Every Windows program runs under Wine in the demo's own prefix, created on first use; its server
+# runs until the demo ends.
 export SENTREL_WINEPREFIX=$PWD/$build/wineprefix
 wine_run() { cmake/wine-run.sh "$@"; }
+echo "== starting Wine in $SENTREL_WINEPREFIX"
+wine_run --start
 # The Windows path of a file: Wine's drive Z: is the root of the file system.
 windows_path() { realpath "$1" | sed 's|/|\\|g; s|^|Z:|'; }
 # Shows a program's output, CR LF line ends and all, under a label.
