@@ -114,6 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         Require(ch < u'A' || ch > u'Z');
     }
     Require(NormalizeUrlText(normalized) == normalized);
+    Require(NormalizedUrlText(text).view() == normalized);
 
     // Raw text too: cracking must hold up on input nobody normalised.
     if (CrackUrl(text, *cracked)) {
