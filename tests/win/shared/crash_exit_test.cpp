@@ -13,7 +13,7 @@ namespace {
 TEST(CrashExit, AnUnhandledExceptionEndsTheProgramWithTheCrashCode) {
     test::HelperProcess helper(test::kSharedHelper, L"crash");
     ASSERT_TRUE(helper.Started());
-    EXPECT_EQ(helper.WaitForExit(30000), test::kCrashExitCode);
+    EXPECT_EQ(helper.WaitForExit(test::kHelperWaitMs), test::kCrashExitCode);
 }
 
 }  // namespace

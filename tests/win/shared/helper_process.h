@@ -9,6 +9,15 @@
 
 namespace sentrel::test {
 
+// What a helper's exit code says: the codes every helper gives. A helper may add codes of its own
+// between them; a crash gives kCrashExitCode.
+inline constexpr int kHelperOk = 0;
+inline constexpr int kHelperRefused = 1;
+inline constexpr int kHelperUnexpected = 3;
+inline constexpr int kHelperUsage = 64;
+// How long either side waits for the other: a helper for the test's events, a test for a helper.
+inline constexpr DWORD kHelperWaitMs = 30000;
+
 // The helper program of the shared-section tests.
 inline constexpr wchar_t kSharedHelper[] = L"shared_helper.exe";
 

@@ -33,30 +33,25 @@
 namespace sentrel::test {
 namespace {
 
-constexpr int kOk = 0;
-constexpr int kRefused = 1;
-constexpr int kUnexpected = 3;
-constexpr int kUsage = 64;
-constexpr DWORD kEventWaitMs = 30000;
-
 std::uint32_t Number(const wchar_t* text) {
     return static_cast<std::uint32_t>(std::wcstoul(text, nullptr, 10));
 }
 
 int HoldLock(const wchar_t* ready, const wchar_t* release) {
     const UniqueHandle mutex = WebFilterFileMapper::OpenAccessMutex();
-    const MutexLock lock(mutex.Get(), kEventWaitMs);
+    const MutexLock lock(mutex.Get(), kHelperWaitMs);
     if (!lock.Held()) {
-        return kUnexpected;
+        return kHelperUnexpected;
     }
     SignalNamedEvent(ready);
-    return WaitForNamedEvent(release, kEventWaitMs) ? kOk : kUnexpected;
+    return WaitForNamedEvent(release, kHelperWaitMs) ? kHelperOk : kHelperUnexpected;
 }
 
 int Abandon() {
     const UniqueHandle mutex = WebFilterFileMapper::OpenAccessMutex();
     // Taken and never released: the process ends owning it.
-    return WaitForSingleObject(mutex.Get(), kEventWaitMs) == WAIT_OBJECT_0 ? kOk : kUnexpected;
+    return WaitForSingleObject(mutex.Get(), kHelperWaitMs) == WAIT_OBJECT_0 ? kHelperOk
+                                                                            : kHelperUnexpected;
 }
 
 int Publish(std::uint32_t type, std::u16string_view text, const wchar_t* ready,
@@ -64,10 +59,10 @@ int Publish(std::uint32_t type, std::u16string_view text, const wchar_t* ready,
     WebFilterFileMapper mapper;
     const bool written = mapper.WriteContent(type, text);
     SignalNamedEvent(ready);
-    if (!WaitForNamedEvent(release, kEventWaitMs)) {
-        return kUnexpected;
+    if (!WaitForNamedEvent(release, kHelperWaitMs)) {
+        return kHelperUnexpected;
     }
-    return written ? kOk : kRefused;
+    return written ? kHelperOk : kHelperRefused;
 }
 
 int Check(std::uint32_t stamp, std::uint32_t type, std::u16string_view text, bool refused) {
@@ -76,20 +71,20 @@ int Check(std::uint32_t stamp, std::uint32_t type, std::u16string_view text, boo
     if (!seen.changed || seen.lastStamp != stamp || seen.type != type || seen.text != text) {
         std::printf("check: saw stamp %u type %u and %zu characters\n", seen.lastStamp, seen.type,
                     seen.text.size());
-        return kUnexpected;
+        return kHelperUnexpected;
     }
     if (CheckFrom(mapper, stamp).changed) {
-        return kUnexpected;
+        return kHelperUnexpected;
     }
     if (refused) {
         const LogCapture log;
         if (mapper.WriteContent(WebFilterBlockAll, u"not mine") ||
             log.Count(LogLevelError,
                       u"WebFilterFileMapper::OpenAndMap - OpenFileMappingW failed: 5") != 1) {
-            return kUnexpected;
+            return kHelperUnexpected;
         }
     }
-    return kOk;
+    return kHelperOk;
 }
 
 bool Before(std::chrono::steady_clock::time_point deadline) {
@@ -131,7 +126,7 @@ int Writer(std::uint32_t durationMs, std::uint32_t seed, std::uint32_t id) {
     }
     std::printf("writer %u: %u written, %u refused, capacity %u\n", id, written, refused,
                 mapper.Capacity());
-    return mapper.WriteCount() == written ? kOk : kUnexpected;
+    return mapper.WriteCount() == written ? kHelperOk : kHelperUnexpected;
 }
 
 int Reader(std::uint32_t durationMs) {
@@ -154,7 +149,7 @@ int Reader(std::uint32_t durationMs) {
         }
     }
     std::printf("reader: %u whole, %u torn\n", whole, torn);
-    return torn == 0 && whole > 0 ? kOk : kUnexpected;
+    return torn == 0 && whole > 0 ? kHelperOk : kHelperUnexpected;
 }
 
 int Run(int argc, wchar_t** argv) {
@@ -180,7 +175,7 @@ int Run(int argc, wchar_t** argv) {
     if (command == L"crash" && argc == 2) {
         RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);
     }
-    return kUsage;
+    return kHelperUsage;
 }
 
 }  // namespace

@@ -25,8 +25,6 @@ using test::LogCapture;
 using test::LoggedMessage;
 using test::ProbeSection;
 
-constexpr DWORD kHelperMs = 30000;
-
 class FileMapperProcessTest : public ::testing::Test {
   protected:
     void SetUp() override { ASSERT_FALSE(ProbeSection().has_value()) << "a section is left over"; }
@@ -45,7 +43,7 @@ std::chrono::milliseconds Timed(Call call) {
 TEST_F(FileMapperProcessTest, LockHeldByAnotherProcessFailsWriteAndCheck) {
     WebFilterFileMapper mapper;
     HoldingHelper helper(test::kSharedHelper, L"hold-lock");
-    ASSERT_TRUE(helper.WaitReady(kHelperMs));
+    ASSERT_TRUE(helper.WaitReady(test::kHelperWaitMs));
 
     LogCapture log;
     // Each call waits its full second before it gives up.
@@ -66,7 +64,7 @@ TEST_F(FileMapperProcessTest, LockHeldByAnotherProcessFailsWriteAndCheck) {
                    u"WebFilterFileMapper::CheckContentChanged - Could not lock on mutex"}}));
     EXPECT_FALSE(ProbeSection().has_value());  // the section was never touched
 
-    EXPECT_EQ(helper.Release(kHelperMs), 0u);
+    EXPECT_EQ(helper.Release(test::kHelperWaitMs), 0u);
     // Released, not abandoned by the helper's exit.
     const UniqueHandle mutex = WebFilterFileMapper::OpenAccessMutex();
     EXPECT_EQ(WaitForSingleObject(mutex.Get(), 0), WAIT_OBJECT_0);
@@ -84,7 +82,7 @@ TEST_P(AbandonedMutexTest, IsTakenOverWithTheContentIntact) {
     ASSERT_TRUE(mapper.WriteContent(WebFilterBlockPolicy, u"kept policy"));
     HelperProcess helper(test::kSharedHelper, L"abandon");
     ASSERT_TRUE(helper.Started());
-    ASSERT_EQ(helper.WaitForExit(kHelperMs), 0u);
+    ASSERT_EQ(helper.WaitForExit(test::kHelperWaitMs), 0u);
 
     LogCapture log;
     if (!checkFirst) {
@@ -110,7 +108,7 @@ INSTANTIATE_TEST_SUITE_P(FirstCall, AbandonedMutexTest, ::testing::Values(false,
 
 TEST_F(FileMapperProcessTest, PublicationOfAnotherProcessIsSeenByItsStamp) {
     HoldingHelper helper(test::kSharedHelper, L"publish 1 from-helper");
-    ASSERT_TRUE(helper.WaitReady(kHelperMs));
+    ASSERT_TRUE(helper.WaitReady(test::kHelperWaitMs));
 
     WebFilterFileMapper mapper;
     const CheckResult check = CheckFrom(mapper, 0);
@@ -126,20 +124,24 @@ TEST_F(FileMapperProcessTest, PublicationOfAnotherProcessIsSeenByItsStamp) {
                             u"WebFilterFileMapper::OpenAndMap - OpenFileMappingW failed: 5"),
                   1u);
     }
-    EXPECT_EQ(helper.Release(kHelperMs), 0u);  // the helper's own write succeeded
+    EXPECT_EQ(helper.Release(test::kHelperWaitMs), 0u);  // the helper's own write succeeded
 }
 
 TEST_F(FileMapperProcessTest, PublicationOfThisProcessIsSeenByAnother) {
     WebFilterFileMapper mapper;
     ASSERT_TRUE(mapper.WriteContent(WebFilterBlockPolicy, u"first"));
-    EXPECT_EQ(HelperProcess(test::kSharedHelper, L"check 1 1 first refused").WaitForExit(kHelperMs),
+    EXPECT_EQ(HelperProcess(test::kSharedHelper, L"check 1 1 first refused")
+                  .WaitForExit(test::kHelperWaitMs),
               0u);
 
     ASSERT_TRUE(mapper.WriteContent(WebFilterBlockAll, u"second"));
-    EXPECT_EQ(HelperProcess(test::kSharedHelper, L"check 2 2 second").WaitForExit(kHelperMs), 0u);
+    EXPECT_EQ(
+        HelperProcess(test::kSharedHelper, L"check 2 2 second").WaitForExit(test::kHelperWaitMs),
+        0u);
 
     ASSERT_TRUE(mapper.WriteContent(WebFilterBlockNone, u""));
-    EXPECT_EQ(HelperProcess(test::kSharedHelper, L"check 3 0 \"\"").WaitForExit(kHelperMs), 0u);
+    EXPECT_EQ(
+        HelperProcess(test::kSharedHelper, L"check 3 0 \"\"").WaitForExit(test::kHelperWaitMs), 0u);
 }
 
 }  // namespace

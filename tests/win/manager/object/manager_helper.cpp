@@ -26,13 +26,9 @@
 namespace sentrel::test {
 namespace {
 
-constexpr int kOk = 0;
-constexpr int kRefused = 1;
+// This helper's own codes, besides those every helper gives.
 constexpr int kNoEvent = 2;
-constexpr int kUnexpected = 3;
 constexpr int kWrongDecision = 4;
-constexpr int kUsage = 64;
-constexpr DWORD kEventWaitMs = 30000;
 
 std::u16string UrlOf(const wchar_t* host) {
     return u"http://" + std::u16string(AsU16(host)) + u"/";
@@ -42,42 +38,42 @@ int Publish(const wchar_t* type, const wchar_t* refreshMode, const wchar_t* host
             const wchar_t* ready, const wchar_t* release) {
     const ComPtr<IWebFilterManager> manager = CreateManager();
     if (!manager) {
-        return kUnexpected;
+        return kHelperUnexpected;
     }
     const HRESULT result =
         SetContent(*manager.Get(), static_cast<::WebFilterType>(std::wcstol(type, nullptr, 10)),
                    ListDocument(static_cast<std::uint32_t>(std::wcstoul(refreshMode, nullptr, 10)),
                                 ListKind::Black, {UrlOf(host)}));
     SignalNamedEvent(ready);
-    if (!WaitForNamedEvent(release, kEventWaitMs)) {
-        return kUnexpected;
+    if (!WaitForNamedEvent(release, kHelperWaitMs)) {
+        return kHelperUnexpected;
     }
-    return result == S_OK ? kOk : result == E_FAIL ? kRefused : kUnexpected;
+    return result == S_OK ? kHelperOk : result == E_FAIL ? kHelperRefused : kHelperUnexpected;
 }
 
 int Listen(const wchar_t* host, const wchar_t* ready, const wchar_t* release) {
     TestSink sink;
     const ComPtr<IWebFilterManager> manager = CreateManager();
     if (!manager) {
-        return kUnexpected;
+        return kHelperUnexpected;
     }
     const ComPtr<IConnectionPoint> point = EventsPoint(*manager.Get());
     DWORD cookie = 0;
     if (!point || FAILED(point->Advise(static_cast<IUnknown*>(&sink), &cookie)) ||
         FAILED(manager->EnableUpdate(1))) {
-        return kUnexpected;
+        return kHelperUnexpected;
     }
     SignalNamedEvent(ready);
-    if (!WaitForNamedEvent(release, kEventWaitMs)) {
-        return kUnexpected;
+    if (!WaitForNamedEvent(release, kHelperWaitMs)) {
+        return kHelperUnexpected;
     }
     const bool event =
-        WaitUntil([&] { return !sink.Events().empty(); }, std::chrono::milliseconds(kEventWaitMs));
+        WaitUntil([&] { return !sink.Events().empty(); }, std::chrono::milliseconds(kHelperWaitMs));
     point->Unadvise(cookie);
     if (!event || sink.Types().front() != WebFilterBlockPolicy) {
         return kNoEvent;
     }
-    return Allowed(*manager.Get(), UrlOf(host).c_str()) == 0 ? kOk : kWrongDecision;
+    return Allowed(*manager.Get(), UrlOf(host).c_str()) == 0 ? kHelperOk : kWrongDecision;
 }
 
 int Run(int count, wchar_t** arguments) {
@@ -88,7 +84,7 @@ int Run(int count, wchar_t** arguments) {
     if (command == L"listen" && count == 5) {
         return Listen(arguments[2], arguments[3], arguments[4]);
     }
-    return kUsage;
+    return kHelperUsage;
 }
 
 }  // namespace
@@ -97,7 +93,7 @@ int Run(int count, wchar_t** arguments) {
 int wmain(int count, wchar_t** arguments) {
     const sentrel::test::ComInit com(COINIT_MULTITHREADED);
     if (FAILED(com.Result())) {
-        return sentrel::test::kUnexpected;
+        return sentrel::test::kHelperUnexpected;
     }
     return sentrel::test::Run(count, arguments);
 }

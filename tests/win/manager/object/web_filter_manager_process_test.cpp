@@ -13,7 +13,6 @@
 namespace sentrel::test {
 namespace {
 
-constexpr DWORD kHelperWaitMs = 30000;
 // The second process, built from manager_helper.cpp.
 constexpr wchar_t kManagerHelper[] = L"manager_helper.exe";
 
