@@ -21,33 +21,8 @@ std::wstring HelperPath(const wchar_t* program) {
 
 }  // namespace
 
-HelperProcess::HelperProcess(const wchar_t* program, const std::wstring& arguments) {
-    const std::wstring path = HelperPath(program);
-    std::wstring commandLine = L"\"" + path + L"\" " + arguments;
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION info{};
-    if (CreateProcessW(path.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                       nullptr, &startup, &info)) {
-        CloseHandle(info.hThread);
-        process_.Reset(info.hProcess);
-    }
-}
-
-HelperProcess::~HelperProcess() {
-    if (process_ && WaitForSingleObject(process_.Get(), 0) == WAIT_TIMEOUT) {
-        TerminateProcess(process_.Get(), kNoExit);
-        WaitForSingleObject(process_.Get(), 10000);
-    }
-}
-
-DWORD HelperProcess::WaitForExit(DWORD timeoutMs) {
-    DWORD code = kNoExit;
-    if (process_ && WaitForSingleObject(process_.Get(), timeoutMs) == WAIT_OBJECT_0) {
-        GetExitCodeProcess(process_.Get(), &code);
-    }
-    return code;
-}
+HelperProcess::HelperProcess(const wchar_t* program, const std::wstring& arguments)
+    : process_(std::make_unique<ChildProcess>(Quote(HelperPath(program)) + L" " + arguments)) {}
 
 NamedEvent::NamedEvent(const wchar_t* purpose)
     : name_(std::wstring(L"SentrelTest.") + purpose + L"." +

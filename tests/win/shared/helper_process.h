@@ -3,8 +3,10 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
+#include "child_process.h"
 #include "shared/unique_resource.h"
 
 namespace sentrel::test {
@@ -21,7 +23,8 @@ inline constexpr DWORD kHelperWaitMs = 30000;
 // The helper program of the shared-section tests.
 inline constexpr wchar_t kSharedHelper[] = L"shared_helper.exe";
 
-// A second process running a helper program that lies next to the test executable.
+// A second process running a helper program that lies next to the test executable, its output
+// kept for failure messages.
 class HelperProcess {
   public:
     static constexpr DWORD kNoExit = 0xFFFFFFFF;
@@ -29,16 +32,16 @@ class HelperProcess {
     // Starts the program, named by its file name, with the given arguments (already quoted where
     // needed).
     HelperProcess(const wchar_t* program, const std::wstring& arguments);
-    // A helper still running is killed: no test leaves a process behind.
-    ~HelperProcess();
-    HelperProcess(HelperProcess&&) = default;
 
-    bool Started() const { return static_cast<bool>(process_); }
+    bool Started() const { return process_->Started(); }
     // The exit code, or kNoExit when the process has not ended within timeoutMs.
-    DWORD WaitForExit(DWORD timeoutMs);
+    DWORD WaitForExit(DWORD timeoutMs) {
+        return process_->WaitForExit(timeoutMs).value_or(kNoExit);
+    }
+    std::string Output() const { return process_->Output(); }
 
   private:
-    UniqueHandle process_;
+    std::unique_ptr<ChildProcess> process_;  // a pointer, so that helpers can be moved
 };
 
 // A named manual-reset event that helpers open by name; the name is unique to this process.

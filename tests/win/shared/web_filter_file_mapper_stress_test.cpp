@@ -38,7 +38,7 @@ TEST(FileMapperStress, ReadersNeverSeeATornText) {
         ASSERT_TRUE(process.Started());
     }
     for (HelperProcess& process : processes) {
-        EXPECT_EQ(process.WaitForExit(60000), 0u);
+        EXPECT_EQ(process.WaitForExit(60000), 0u) << process.Output();
     }
     EXPECT_FALSE(test::ProbeSection().has_value());
 }
