@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "search/url_text.h"
 #include "search/web_filter_searcher.h"
 #include "searcher_test_support.h"
+#include "text/url_text.h"
 
 namespace sentrel {
 namespace {

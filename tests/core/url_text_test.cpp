@@ -4,7 +4,7 @@
 #include <limits>
 #include <string>
 
-#include "search/url_text.h"
+#include "text/url_text.h"
 
 namespace sentrel {
 namespace {

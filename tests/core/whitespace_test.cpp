@@ -4,7 +4,7 @@
 #include <random>
 #include <string>
 
-#include "search/url_text.h"
+#include "text/url_text.h"
 
 #ifdef _WIN32
 #include <cstdlib>
