@@ -40,7 +40,7 @@ std::u16string MinimalDocument(std::uint32_t refreshMode) {
 }  // namespace
 
 CWebFilterManager::CWebFilterManager()
-    : CProxy_IWebFilterEvents(*this, GetLock()), timerThread_(kRefreshPeriodMs), window_(*this) {
+    : CProxy_IWebFilterEvents(*this, *this), timerThread_(kRefreshPeriodMs), window_(*this) {
     timerThread_.Subscribe(this);
     timerThread_.Begin(0, 0);
 }

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "manager/com_object.h"
@@ -94,6 +95,9 @@ struct SourceProbe {
     HRESULT finalConstructResult = S_OK;
     // FinalRelease hands the object out once more (an AddRef and Release pair).
     bool touchInFinalRelease = false;
+    // Runs when the last reference has gone, before the destruction begins.
+    std::function<void()> onEnd;
+    std::atomic<int> ends{0};
     std::atomic<int> finalConstructs{0};
     std::atomic<int> finalReleases{0};
     std::atomic<int> destructions{0};
@@ -118,12 +122,24 @@ class TestSource : public ComObjectRoot,
 
   protected:
     explicit TestSource(SourceProbe* probe) noexcept
-        : CProxy_IWebFilterEvents(*this, GetLock()), probe_(probe) {}
+        : CProxy_IWebFilterEvents(*this, *this), probe_(probe) {}
     ~TestSource() { ++probe_->destructions; }
 
     HRESULT FinalConstruct() noexcept {
         ++probe_->finalConstructs;
         return probe_->finalConstructResult;
+    }
+    // Runs where the count has reached 0 and the destruction has not begun. An end beyond the
+    // first is only counted, so that the object is not destroyed twice.
+    bool DeferDestruction(void (* /*destroy*/)(void*), void* /*object*/) noexcept {
+        ++probe_->ends;
+        if (std::exchange(ended_, true)) {
+            return true;
+        }
+        if (probe_->onEnd) {
+            probe_->onEnd();
+        }
+        return false;
     }
     void FinalRelease() noexcept {
         ++probe_->finalReleases;
@@ -143,6 +159,7 @@ class TestSource : public ComObjectRoot,
 
   private:
     SourceProbe* const probe_;
+    bool ended_ = false;
 };
 
 // The object behind a TestSource's container interface.

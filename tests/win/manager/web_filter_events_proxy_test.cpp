@@ -155,6 +155,19 @@ TEST_F(FireTest, ASinkMayReleaseTheLastReferenceOfTheObject) {
     EXPECT_EQ(later.References(), 0);
 }
 
+// As the timer thread may, between the last Release and the destruction that it starts.
+TEST_F(FireTest, AnObjectWhoseLastReferenceWentFiresNothingAndEndsOnce) {
+    TestSink& sink = MakeSink();
+    Advise(sink);
+    TestSource& source = Source();
+    probe_.onEnd = [&source] { source.Fire_OnFilterContentChanged(WebFilterBlockAll); };
+    point_.Reset();
+    container_.Reset();
+    EXPECT_TRUE(sink.Events().empty());
+    EXPECT_EQ(probe_.ends, 1);
+    EXPECT_EQ(probe_.destructions, 1);
+}
+
 TEST_F(FireTest, FiringWhileOtherThreadsAdviseAndUnadviseKeepsEveryReferenceRight) {
     std::array<TestSink, 8> sinks;
     std::atomic<bool> stop{false};
