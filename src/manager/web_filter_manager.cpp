@@ -168,13 +168,11 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::GetFilterContent(::WebFilterType* p
         return E_POINTER;
     }
     try {
-        WebFilterType type = WebFilterBlockNone;
         WebFilterPolicy policy;
         {
             const std::lock_guard lock(GetLock());
-            filterState_.GetFilter(type, policy);
+            filterState_.GetFilter(*pFilterType, policy);
         }
-        *pFilterType = static_cast<::WebFilterType>(type);
         if (pnRefreshMode != nullptr) {
             *pnRefreshMode = static_cast<int>(policy.refreshMode);
         }

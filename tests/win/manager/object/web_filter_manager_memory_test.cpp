@@ -91,20 +91,31 @@ TEST_F(MemoryTest, IsProcessConnectionAllowedAnswersFailAndLeavesTheAnswerAlone)
 }
 
 TEST_F(MemoryTest, GetFilterContentAnswersOutOfMemoryWithTheOutputsWrittenSoFar) {
-    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, ManyEntries()), S_OK);
-    ::WebFilterType type = kNoType;
-    BSTR text = nullptr;
-    int refreshMode = -1;
-    HRESULT result = E_UNEXPECTED;
-    {
-        const AllocationFailure failure(kFailingBytes);
-        result = Manager().GetFilterContent(&type, &text, &refreshMode);
+    struct Case {
+        const char* name;
+        std::u16string document;
+        int refreshMode;  // -1: not written
+    };
+    const std::u16string longUrl = u"http://a.example/" + std::u16string(kLargeText, u'a');
+    for (const Case& test :
+         {Case{"SerialisingFails", ManyEntries(), 0},
+          Case{"CopyingThePolicyFails", ListDocument(0, ListKind::Black, {longUrl}), -1}}) {
+        SCOPED_TRACE(test.name);
+        ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, test.document), S_OK);
+        ::WebFilterType type = kNoType;
+        BSTR text = nullptr;
+        int refreshMode = -1;
+        HRESULT result = E_UNEXPECTED;
+        {
+            const AllocationFailure failure(kFailingBytes);
+            result = Manager().GetFilterContent(&type, &text, &refreshMode);
+        }
+        EXPECT_EQ(result, E_OUTOFMEMORY);
+        EXPECT_EQ(type, WebFilterBlockPolicy);
+        EXPECT_EQ(refreshMode, test.refreshMode);
+        EXPECT_EQ(text, nullptr);
+        SysFreeString(text);
     }
-    EXPECT_EQ(result, E_OUTOFMEMORY);
-    EXPECT_EQ(type, WebFilterBlockPolicy);
-    EXPECT_EQ(refreshMode, 0);
-    EXPECT_EQ(text, nullptr);
-    SysFreeString(text);
 }
 
 TEST_F(MemoryTest, ARefreshThatCannotCopyThePublicationFindsNothingAndTriesAgain) {
