@@ -42,6 +42,9 @@ class TestSink final : public IWebFilterEvents {
         if (InlineIsEqualGUID(iid, IID_IUnknown)) {
             *object = static_cast<IUnknown*>(this);
         } else if (InlineIsEqualGUID(iid, IID_IWebFilterEvents)) {
+            if (tearOff != nullptr) {
+                return tearOff->QueryInterface(iid, object);
+            }
             if (FAILED(queryResult_)) {
                 return queryResult_;
             }
@@ -53,7 +56,13 @@ class TestSink final : public IWebFilterEvents {
         return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references_); }
-    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--references_); }
+    ULONG STDMETHODCALLTYPE Release() override {
+        const long left = --references_;
+        if (onRelease) {
+            onRelease();
+        }
+        return static_cast<ULONG>(left);
+    }
 
     HRESULT STDMETHODCALLTYPE OnFilterContentChanged(WebFilterType type) override {
         {
@@ -81,6 +90,10 @@ class TestSink final : public IWebFilterEvents {
 
     // Runs inside each event, after it was recorded.
     std::function<void(WebFilterType)> onEvent;
+    // Runs inside each Release.
+    std::function<void()> onRelease;
+    // When set, the sink hands out this other sink as its IWebFilterEvents (a tear-off).
+    TestSink* tearOff = nullptr;
 
   private:
     const HRESULT queryResult_;
