@@ -1,7 +1,9 @@
 #include "log_capture.h"
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
+#include <new>
 
 #include "module/log/logger.h"
 
@@ -11,8 +13,12 @@ namespace {
 
 std::mutex capturedLock;
 std::vector<LoggedMessage> captured;
+std::atomic<bool> failNext{false};
 
 std::int32_t Capture(std::int32_t level, const std::u16string& message) {
+    if (failNext.exchange(false)) {
+        throw std::bad_alloc();
+    }
     const std::lock_guard<std::mutex> guard(capturedLock);
     captured.push_back(LoggedMessage{level, message});
     return 0;
@@ -20,8 +26,9 @@ std::int32_t Capture(std::int32_t level, const std::u16string& message) {
 
 }  // namespace
 
-LogCapture::LogCapture() {
+LogCapture::LogCapture(bool failFirst) {
     Clear();
+    failNext = failFirst;
     TheLogger.InstallSink(&Capture);
 }
 

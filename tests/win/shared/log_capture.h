@@ -13,10 +13,11 @@ struct LoggedMessage {
     bool operator==(const LoggedMessage&) const = default;
 };
 
-// Collects every message logged through TheLogger while it lives (one capture at a time).
+// Collects every message logged through TheLogger while it lives (one capture at a time). With
+// failFirst, the first message is not collected: logging it fails as memory running out does.
 class LogCapture {
   public:
-    LogCapture();
+    explicit LogCapture(bool failFirst = false);
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;

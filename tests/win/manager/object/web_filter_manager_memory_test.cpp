@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "allocation_failure.h"
+#include "log_capture.h"
 #include "manager_fixture.h"
+#include "module/log/logger.h"
 #include "shared/wide_text.h"
 
 namespace sentrel::test {
@@ -23,6 +25,9 @@ constexpr std::size_t kFailingBytes = 4 * 1024 * 1024;
 constexpr std::size_t kLargeText = 3 * 1024 * 1024;
 
 const std::u16string kSmall = ListDocument(0, ListKind::Black, {u"http://small.example/"});
+// Refuses the memory in which a document is staged for reading, and none of the smaller
+// allocations around it.
+constexpr std::size_t kStagingBytes = 16 * 1024;
 
 // A document of kLargeText characters or more: a small policy padded with white space.
 std::u16string LargeDocument(const std::u16string& document) {
@@ -116,6 +121,25 @@ TEST_F(MemoryTest, GetFilterContentAnswersOutOfMemoryWithTheOutputsWrittenSoFar)
         EXPECT_EQ(text, nullptr);
         SysFreeString(text);
     }
+}
+
+// Staging a text in memory is the one failure that reading a document reports; each reader logs it.
+TEST_F(MemoryTest, ATextThatCannotBeStagedIsLoggedByEachReader) {
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kSmall), S_OK);
+    const ComPtr<IWebFilterManager> reader = CreateManager();
+    ASSERT_TRUE(reader);
+    const LogCapture log;
+    {
+        const AllocationFailure failure(kStagingBytes);
+        EXPECT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kSmall), E_INVALIDARG);
+        EXPECT_EQ(reader->EnableUpdate(1), S_OK);
+    }
+    EXPECT_EQ(log.Count(LogLevelError,
+                        u"CWebFilterManager::SetFilterContent - Could not deserialize policy"),
+              1u);
+    EXPECT_EQ(log.Count(LogLevelError,
+                        u"CWebFilterManager::OnTimeElapsed - Could not deserialize policy"),
+              1u);
 }
 
 TEST_F(MemoryTest, ARefreshThatCannotCopyThePublicationFindsNothingAndTriesAgain) {
