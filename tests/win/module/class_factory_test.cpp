@@ -2,16 +2,52 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
 #include "manager/com_object.h"
+#include "manager/com_object_root.h"
 #include "manager/com_ptr.h"
+#include "module/interface_table.h"
 #include "module/module_lock.h"
 #include "test_doubles.h"
 
 namespace sentrel::test {
 namespace {
+
+// What happened to the TestSource objects that one test made.
+struct SourceProbe {
+    HRESULT finalConstructResult = S_OK;
+    std::atomic<int> finalConstructs{0};
+    std::atomic<int> destructions{0};
+};
+
+// A COM object built from the blocks, for the tests of the class object: IPersist, whose
+// GetClassID names the class.
+class TestSource : public ComObjectRoot, public IPersist {
+  public:
+    static constexpr CLSID kClassId = {
+        0x5D1C0AE1, 0x1D5B, 0x4C0F, {0x9A, 0x51, 0x33, 0x0C, 0x7E, 0x2A, 0x61, 0x0B}};
+
+    HRESULT STDMETHODCALLTYPE GetClassID(CLSID* classId) override {
+        *classId = kClassId;
+        return S_OK;
+    }
+
+  protected:
+    explicit TestSource(SourceProbe* probe) noexcept : probe_(probe) {}
+    ~TestSource() { ++probe_->destructions; }
+
+    HRESULT FinalConstruct() noexcept {
+        ++probe_->finalConstructs;
+        return probe_->finalConstructResult;
+    }
+    IUnknown* FindInterface(REFIID iid) noexcept { return FindInterfaceIn<IPersist>(this, iid); }
+
+  private:
+    SourceProbe* const probe_;
+};
 
 // The class factory's creator has no room for a probe: the fixture hands it this one.
 SourceProbe* theProbe = nullptr;
