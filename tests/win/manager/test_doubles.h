@@ -1,7 +1,6 @@
 #pragma once
 
-// An IWebFilterEvents sink with a hand-written reference count, so that tests see exactly the
-// references that the code under test holds; it never deletes itself.
+// An IWebFilterEvents sink whose count only tells who holds it: it never deletes itself.
 
 #include <windows.h>
 

@@ -1,7 +1,6 @@
 #pragma once
 
-// What a client of the manager object does, in the client's own terms: COM initialised on its
-// thread, the object made through the class object, a BSTR made for each call and freed after it.
+// What a client of the manager object does: COM initialised, the object made, BSTRs made and freed.
 
 #include <windows.h>
 
@@ -32,8 +31,7 @@ class ComInit {
     HRESULT result_;
 };
 
-// The class object's CreateInstance: iid of a plain object, or the inner unknown of an object
-// that outer aggregates.
+// The class object's CreateInstance, for a plain object or one that outer aggregates.
 inline HRESULT CreateManagerInstance(IUnknown* outer, REFIID iid, void** object) {
     static ClassFactory factory(&ComObject<CWebFilterManager>::CreateInstance);
     return factory.CreateInstance(outer, iid, object);

@@ -20,7 +20,6 @@ inline constexpr ::WebFilterType kAll = ::WebFilterBlockAll;
 // Policies told apart by their refresh mode and the host they deny.
 inline const std::u16string kModeZero = Document(0, u"http://a.example/");
 inline const std::u16string kModeTwo = Document(2, u"http://b.example/");
-inline const std::u16string kModeThree = Document(3, u"http://c.example/");
 
 // GetFilterContent's result, type, refresh mode and text.
 using Content = std::tuple<HRESULT, ::WebFilterType, int, std::u16string>;
@@ -57,7 +56,6 @@ inline ComPtr<IConnectionPoint> EventsPoint(IUnknown& object) {
     container->FindConnectionPoint(IID_IWebFilterEvents, point.Put());
     return point;
 }
-// The sink's cookie; 0 when it was not advised.
 inline DWORD Advise(IUnknown& object, TestSink& sink) {
     DWORD cookie = 0;
     EventsPoint(object)->Advise(&sink, &cookie);
@@ -65,8 +63,7 @@ inline DWORD Advise(IUnknown& object, TestSink& sink) {
 }
 
 // A test in the multi-threaded apartment with an object of its own. It starts with no shared
-// section and ends with every object it made destroyed, once (the module's count back where it
-// was), and every sink released.
+// section and ends with every object it made destroyed once, and every sink released.
 class ManagerTest : public testing::Test {
   protected:
     void SetUp() override {

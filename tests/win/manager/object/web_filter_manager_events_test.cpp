@@ -1,5 +1,4 @@
-// The refresh and the events: a listener loads a publication at its next tick (by hand, save in
-// one test) and tells its sinks, on the ticking thread or through the creating thread's messages.
+// The refresh and the events: a publication loaded at a tick (by hand, save in one test) and told.
 
 #include <windows.h>
 
@@ -33,8 +32,7 @@ TEST_F(ManagerTest, AChangeIsLoadedOnceAndAnnouncedByItsRefreshModeAndType) {
         SCOPED_TRACE(test.name);
         const ComPtr<IWebFilterManager> publisher = CreateManager();
         const ComPtr<IWebFilterManager> listener = test.own ? publisher : CreateManager();
-        TestSink& sink = MakeSink();
-        Advise(*listener.Get(), sink);
+        Advise(*listener.Get(), MakeSink());
         ASSERT_EQ(SetContent(*publisher.Get(), test.type, test.text), S_OK);
         if (test.enable) {
             EXPECT_EQ(listener->EnableUpdate(-3), S_OK);  // any value but 0
@@ -43,7 +41,7 @@ TEST_F(ManagerTest, AChangeIsLoadedOnceAndAnnouncedByItsRefreshModeAndType) {
         Tick(*listener.Get());
         Tick(*listener.Get());
         EXPECT_EQ(ContentOf(*listener.Get()), Handed(test.type, test.refreshMode, test.text));
-        EXPECT_EQ(sink.Received(),
+        EXPECT_EQ(sinks_.back().Received(),
                   (test.announced ? Events{{test.type, GetCurrentThreadId()}} : Events{}));
     }
 }
@@ -96,8 +94,7 @@ TEST_F(ManagerTest, SinksAreCalledInTurnWithNoLockHeldAndTheSlotsCountedOnce) {
     EXPECT_EQ(cookie, 0u);
 }
 
-// The one test of the real timer: with updating on, the object refreshes by itself and calls its
-// sinks on its timer thread, where a sink may release the last reference.
+// The one test of the real timer, on whose thread the sinks are called and may end the object.
 TEST_F(ManagerTest, TheTimerRefreshesAndItsThreadMayEndTheObject) {
     IWebFilterManager* listener = CreateManager().Detach();
     TestSink& releasing = MakeSink();
@@ -112,8 +109,7 @@ TEST_F(ManagerTest, TheTimerRefreshesAndItsThreadMayEndTheObject) {
     EXPECT_NE(other.Received()[0].second, GetCurrentThreadId());
 }
 
-// On the creating thread once it dispatches its messages, where a sink may release the last
-// reference too: the object goes once the event has reached every sink.
+// On the creating thread once it dispatches, where a sink may end the object after all had it.
 TEST_F(ManagerTest, OnAThreadThatProcessesMessagesEventsWaitForItsMessageLoop) {
     TestSink& releasing = MakeSink();
     TestSink& other = MakeSink();

@@ -1,11 +1,13 @@
-// The calls a client makes: what SetFilterContent puts in force, publishes and logs; what the
-// other methods answer, from the registry too and when memory runs out.
+// The calls a client makes: what they answer, put in force, publish and log.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
+#include <future>
 #include <limits>
+#include <mutex>
 #include <new>
 #include <optional>
 #include <vector>
@@ -19,7 +21,7 @@
 namespace sentrel::test {
 namespace {
 
-using namespace std::string_literals;
+using namespace std::literals;
 constexpr auto kOutside = static_cast<::WebFilterType>(3);
 
 // SetFilterContent calls on a new object, the last one judged: its result (E_FAIL logged), then
@@ -35,17 +37,17 @@ struct SetCase {
 };
 const SetCase kSetCases[] = {
     SetCase("APolicyIsReadAnewAndItsTextPublishedUpToAZero",
-            {{kPolicy, u" " + kModeThree + u"\0tail"s}}, S_OK, Handed(kPolicy, 3, kModeThree),
-            Section(1, kPolicy, u" " + kModeThree), u"http://c.example\0.d/"s, 0),
-    SetCase("BlockAllPublishesListsItDoesNotRead", {{kAll, kModeTwo}}, S_OK,
-            Handed(kAll, 0, Document(0)), Section(1, kAll, kModeTwo), u"about:blank", 1),
-    SetCase("BlockAllPublishesRefreshModeZero", {{kPolicy, kModeThree}, {kAll, u""}}, S_OK,
+            {{kPolicy, u" " + kModeTwo + u"\0tail"s}}, S_OK, Handed(kPolicy, 2, kModeTwo),
+            Section(1, kPolicy, u" " + kModeTwo), u"http://b.example\0.d/"s, 0),
+    SetCase("BlockAllPublishesListsItDoesNotRead", {{kAll, kModeZero}}, S_OK,
+            Handed(kAll, 0, Document(0)), Section(1, kAll, kModeZero), u"about:blank", 1),
+    SetCase("BlockAllPublishesRefreshModeZero", {{kPolicy, kModeTwo}, {kAll, u""}}, S_OK,
             Handed(kAll, 0, Document(0)), Section(2, kAll, Document(0)), u"http://d/", 0),
-    SetCase("BlockNonePublishesTheRefreshModePublishedLast", {{kPolicy, kModeThree}, {kNone, u""}},
-            S_OK, Handed(kNone, 0, Document(0)), Section(2, kNone, Document(3)), u"", 1),
+    SetCase("BlockNonePublishesTheRefreshModePublishedLast", {{kPolicy, kModeTwo}, {kNone, u""}},
+            S_OK, Handed(kNone, 0, Document(0)), Section(2, kNone, Document(2)), u"", 1),
     SetCase("ATypeOutsideTheEnumerationIsInForceUnreadAndNeverPublished",
-            {{kPolicy, kModeThree}, {kOutside, kModeTwo}}, E_FAIL, Handed(kOutside, 0, Document(0)),
-            Section(1, kPolicy, kModeThree), u"", 0)};
+            {{kPolicy, kModeTwo}, {kOutside, kModeZero}}, E_FAIL, Handed(kOutside, 0, Document(0)),
+            Section(1, kPolicy, kModeTwo), u"", 0)};
 
 TEST_F(ManagerTest, SetFilterContentPutsInForceHereAndPublishes) {
     for (const SetCase& test : kSetCases) {
@@ -68,9 +70,8 @@ TEST_F(ManagerTest, SetFilterContentPutsInForceHereAndPublishes) {
 }
 
 TEST_F(ManagerTest, NullOutPointersAreRefusedUntouchedSaveTheOptionalOnes) {
-    const Bstr url = Bstr::Copy(u"http://h/");
-    EXPECT_EQ(Manager().IsUrlAllowed(url.Get(), nullptr), E_POINTER);
-    EXPECT_EQ(Manager().IsProcessConnectionAllowed(url.Get(), 80, nullptr), E_POINTER);
+    EXPECT_EQ(Manager().IsUrlAllowed(nullptr, nullptr), E_POINTER);
+    EXPECT_EQ(Manager().IsProcessConnectionAllowed(nullptr, 80, nullptr), E_POINTER);
     int refreshMode = 7;
     EXPECT_EQ(Manager().GetFilterContent(nullptr, nullptr, &refreshMode), E_POINTER);
     unsigned short count = 9;
@@ -79,8 +80,19 @@ TEST_F(ManagerTest, NullOutPointersAreRefusedUntouchedSaveTheOptionalOnes) {
     EXPECT_EQ(Manager().GetFilteredPorts(&count, nullptr), E_INVALIDARG);
     EXPECT_EQ(std::tuple(refreshMode, count, ports), std::tuple(7, 9, &count));
     ::WebFilterType type = kAll;
-    EXPECT_EQ(std::pair(Manager().GetFilterContent(&type, nullptr, nullptr), type),
-              std::pair(S_OK, kNone));
+    EXPECT_EQ(Manager().GetFilterContent(&type, nullptr, nullptr), S_OK);
+    EXPECT_EQ(type, kNone);
+}
+
+// The object lock guards the filter in force: a decision and a read wait while another holds it.
+TEST_F(ManagerTest, DecisionsAndReadsWaitForTheObjectLock) {
+    std::unique_lock lock(static_cast<CWebFilterManager&>(Manager()).GetLock());
+    auto decided = std::async(std::launch::async, [&] { return Allowed(Manager(), u"h"); });
+    auto read = std::async(std::launch::async, [&] { return ContentOf(Manager()); });
+    EXPECT_EQ(std::pair(decided.wait_for(100ms), read.wait_for(1ms)),
+              std::pair(std::future_status::timeout, std::future_status::timeout));
+    lock.unlock();
+    EXPECT_EQ(std::pair(decided.get(), std::get<0>(read.get())), std::pair(1l, S_OK));
 }
 
 // Read by each object when it is made: port 80 filtered, Browser.exe allowed on it.
