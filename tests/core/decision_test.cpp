@@ -103,8 +103,6 @@ const DecisionGroup kGroups[] = {
           {u"http://a.b/x"}, {u"http://c.d/"}),
     Group("a white entry with empty host matches nothing", kPolicy, {u"http:///x"}, {}, kWhite, {},
           {u"http:///x", u"http://a.b/x"}),
-    Group("a filter type outside the three acts as a policy", static_cast<WebFilterType>(-1), kAB,
-          {}, kWhite, {u"http://a.b/"}, {u"http://c.d/"}),
 };
 
 TEST(Decision, Table) {

@@ -57,9 +57,11 @@ TEST(Logger, GateAdmitsItsCountThenGivesUpAfterTheWait) {
         held.push_back(
             std::async(std::launch::async, [&] { return logger.Log(LogLevelError, u"held"); }));
     }
-    while (inside < kGate) {
+    for (const auto until = std::chrono::steady_clock::now() + 10s;
+         inside < kGate && std::chrono::steady_clock::now() < until;) {
         std::this_thread::yield();
     }
+    EXPECT_EQ(inside, kGate);
     // The gate is full: one more caller waits for the limit and gives up without the sink.
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(logger.Log(LogLevelError, u"lost"), Logger::kResultGateClosed);
