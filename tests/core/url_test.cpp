@@ -6,7 +6,7 @@
 
 #include "core_test_support.h"
 #include "search/cracked_url.h"
-#include "search/url_text.h"
+#include "text/url_text.h"
 
 #ifdef _WIN32
 #include <cstdlib>
