@@ -5,13 +5,13 @@
 #include <new>
 #include <vector>
 
-#include "manager/bstr.h"
-#include "module/interface_table.h"
+#include "com/bstr.h"
+#include "com/interface_table.h"
+#include "com/unique_resource.h"
+#include "com/wide_text.h"
 #include "module/log/logger.h"
 #include "policy/hresult_error.h"
 #include "policy/web_filter_xml_processor.h"
-#include "shared/unique_resource.h"
-#include "shared/wide_text.h"
 
 namespace sentrel {
 

@@ -5,8 +5,8 @@
 #include <span>
 #include <string>
 
-#include "module/class_factory.h"
-#include "module/module_lock.h"
+#include "com/class_factory.h"
+#include "com/module_lock.h"
 #include "module/registrar.h"
 #include "module/registration_scope.h"
 #include "module/registry_script.h"

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "manager/com_ptr.h"
+#include "com/com_ptr.h"
 #include "source_fixture.h"
 #include "test_doubles.h"
 

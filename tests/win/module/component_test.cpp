@@ -7,9 +7,9 @@
 #include <thread>
 
 #include "child_process.h"
-#include "manager/com_ptr.h"
+#include "com/com_ptr.h"
+#include "com/unique_resource.h"
 #include "sentrel_h.h"
-#include "shared/unique_resource.h"
 
 namespace sentrel::test {
 namespace {

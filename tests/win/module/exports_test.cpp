@@ -10,10 +10,10 @@
 #include <array>
 #include <vector>
 
-#include "manager/com_ptr.h"
+#include "com/com_ptr.h"
+#include "com/unique_resource.h"
 #include "module/registry_script.h"
 #include "sentrel_h.h"
-#include "shared/unique_resource.h"
 
 namespace sentrel::test {
 namespace {

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <thread>
 
-#include "shared/unique_resource.h"
+#include "com/unique_resource.h"
 
 namespace sentrel::test {
 

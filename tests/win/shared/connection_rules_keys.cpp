@@ -1,6 +1,6 @@
 #include "connection_rules_keys.h"
 
-#include "shared/unique_resource.h"
+#include "com/unique_resource.h"
 #include "shared/web_filter_connection_rules.h"
 
 namespace sentrel::test {

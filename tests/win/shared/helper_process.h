@@ -7,7 +7,7 @@
 #include <string>
 
 #include "child_process.h"
-#include "shared/unique_resource.h"
+#include "com/unique_resource.h"
 
 namespace sentrel::test {
 

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "shared/unique_resource.h"
+#include "com/unique_resource.h"
 
 namespace sentrel::test {
 

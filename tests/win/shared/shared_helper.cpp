@@ -20,6 +20,7 @@
 #include <string>
 #include <string_view>
 
+#include "com/wide_text.h"
 #include "helper_process.h"
 #include "log_capture.h"
 #include "module/log/logger.h"
@@ -27,7 +28,6 @@
 #include "section_probe.h"
 #include "shared/mutex_lock.h"
 #include "shared/web_filter_file_mapper.h"
-#include "shared/wide_text.h"
 #include "stress_text.h"
 
 namespace sentrel::test {

@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "com/unique_resource.h"
 #include "shared/timer_thread.h"
-#include "shared/unique_resource.h"
 #include "thread_test_support.h"
 
 namespace sentrel {

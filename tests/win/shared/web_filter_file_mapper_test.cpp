@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "com/unique_resource.h"
 #include "log_capture.h"
 #include "module/log/logger.h"
 #include "search/web_filter_type.h"
 #include "section_probe.h"
-#include "shared/unique_resource.h"
 #include "shared/web_filter_file_mapper.h"
 
 namespace sentrel {

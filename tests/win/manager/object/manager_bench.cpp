@@ -16,11 +16,11 @@
 #include <thread>
 #include <vector>
 
+#include "com/unique_resource.h"
+#include "com/wide_text.h"
 #include "manager_client.h"
 #include "policy/web_filter_xml_processor.h"
 #include "search/web_filter_searcher.h"
-#include "shared/unique_resource.h"
-#include "shared/wide_text.h"
 #include "url_corpus.h"
 
 namespace sentrel::test {

@@ -1,9 +1,9 @@
 #include "manager_client.h"
 
-#include "manager/com_object.h"
+#include "com/class_factory.h"
+#include "com/com_object.h"
+#include "com/wide_text.h"
 #include "manager/web_filter_manager.h"
-#include "module/class_factory.h"
-#include "shared/wide_text.h"
 
 namespace sentrel::test {
 

@@ -18,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "manager/com_ptr.h"
+#include "com/com_ptr.h"
 #include "sentrel_h.h"
 
 namespace sentrel::test {

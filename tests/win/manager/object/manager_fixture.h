@@ -8,9 +8,9 @@
 #include <list>
 #include <thread>
 
-#include "manager/com_ptr.h"
+#include "com/com_ptr.h"
+#include "com/module_lock.h"
 #include "manager_client.h"
-#include "module/module_lock.h"
 #include "section_probe.h"
 #include "sentrel_h.h"
 #include "test_doubles.h"

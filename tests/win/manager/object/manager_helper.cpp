@@ -17,9 +17,9 @@
 #include <string>
 #include <string_view>
 
+#include "com/wide_text.h"
 #include "helper_process.h"
 #include "manager_client.h"
-#include "shared/wide_text.h"
 #include "test_doubles.h"
 #include "thread_test_support.h"
 

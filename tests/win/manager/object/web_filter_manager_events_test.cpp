@@ -13,10 +13,10 @@
 #include <thread>
 #include <vector>
 
+#include "com/unique_resource.h"
 #include "log_capture.h"
 #include "manager_fixture.h"
 #include "module/log/logger.h"
-#include "shared/unique_resource.h"
 #include "test_doubles.h"
 
 namespace sentrel::test {

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "allocation_failure.h"
+#include "com/wide_text.h"
 #include "log_capture.h"
 #include "manager_fixture.h"
 #include "module/log/logger.h"
-#include "shared/wide_text.h"
 
 namespace sentrel::test {
 namespace {

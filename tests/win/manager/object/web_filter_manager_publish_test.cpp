@@ -8,10 +8,10 @@
 #include <optional>
 #include <string>
 
+#include "com/wide_text.h"
 #include "log_capture.h"
 #include "manager_fixture.h"
 #include "module/log/logger.h"
-#include "shared/wide_text.h"
 
 namespace sentrel::test {
 namespace {

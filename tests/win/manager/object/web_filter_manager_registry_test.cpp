@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "com/wide_text.h"
 #include "connection_rules_keys.h"
 #include "manager_fixture.h"
 #include "shared/web_filter_connection_rules.h"
-#include "shared/wide_text.h"
 
 namespace sentrel::test {
 namespace {

@@ -10,11 +10,11 @@
 #include <thread>
 #include <vector>
 
+#include "com/unique_resource.h"
 #include "log_capture.h"
 #include "manager_fixture.h"
 #include "module/log/logger.h"
 #include "shared/mutex_lock.h"
-#include "shared/unique_resource.h"
 #include "shared/web_filter_file_mapper.h"
 
 namespace sentrel::test {

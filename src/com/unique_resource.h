@@ -1,6 +1,6 @@
 #pragma once
 
-// One owning wrapper for every platform resource the shared services open: handles, mapped
+// One owning wrapper for every platform resource the component opens: handles, mapped
 // views, SIDs, LocalAlloc blocks and registry keys. Each is freed exactly once, by its owner.
 
 #include <windows.h>

@@ -1,4 +1,4 @@
-#include "manager/connection_point.h"
+#include "com/connection_point.h"
 
 #include <gtest/gtest.h>
 #include <olectl.h>
@@ -6,7 +6,7 @@
 #include <array>
 #include <vector>
 
-#include "manager/com_ptr.h"
+#include "com/com_ptr.h"
 #include "source_fixture.h"
 #include "test_doubles.h"
 

@@ -1,4 +1,4 @@
-#include "manager/bstr.h"
+#include "com/bstr.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
-#include "manager/connection_point_container.h"
+#include "com/connection_point_container.h"
 
 #include <new>
 #include <vector>
 
-#include "manager/com_enumerator.h"
+#include "com/com_enumerator.h"
 
 namespace sentrel {
 

@@ -7,9 +7,9 @@
 
 #include <cstddef>
 
-#include "manager/com_ptr.h"
-#include "manager/object_lock.h"
-#include "manager/sink_array.h"
+#include "com/com_ptr.h"
+#include "com/object_lock.h"
+#include "com/sink_array.h"
 
 namespace sentrel {
 

@@ -1,4 +1,4 @@
-#include "manager/com_ptr.h"
+#include "com/com_ptr.h"
 
 #include <gtest/gtest.h>
 

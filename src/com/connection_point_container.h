@@ -6,7 +6,7 @@
 
 #include <cstddef>
 
-#include "manager/connection_point.h"
+#include "com/connection_point.h"
 
 namespace sentrel {
 

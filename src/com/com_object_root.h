@@ -4,8 +4,8 @@
 
 #include <unknwn.h>
 
-#include "manager/com_ptr.h"
-#include "manager/object_lock.h"
+#include "com/com_ptr.h"
+#include "com/object_lock.h"
 
 namespace sentrel {
 

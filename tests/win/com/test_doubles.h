@@ -13,12 +13,12 @@
 #include <utility>
 #include <vector>
 
-#include "manager/com_object.h"
-#include "manager/com_object_root.h"
-#include "manager/com_ptr.h"
-#include "manager/connection_point_container.h"
+#include "com/com_object.h"
+#include "com/com_object_root.h"
+#include "com/com_ptr.h"
+#include "com/connection_point_container.h"
+#include "com/interface_table.h"
 #include "manager/web_filter_events_proxy.h"
-#include "module/interface_table.h"
 #include "sentrel_h.h"
 
 namespace sentrel::test {

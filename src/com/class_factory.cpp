@@ -1,7 +1,7 @@
-#include "module/class_factory.h"
+#include "com/class_factory.h"
 
-#include "module/interface_table.h"
-#include "module/module_lock.h"
+#include "com/interface_table.h"
+#include "com/module_lock.h"
 
 namespace sentrel {
 

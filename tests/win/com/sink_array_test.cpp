@@ -1,4 +1,4 @@
-#include "manager/sink_array.h"
+#include "com/sink_array.h"
 
 #include <gtest/gtest.h>
 

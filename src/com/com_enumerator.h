@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "manager/com_object.h"
-#include "manager/com_object_root.h"
-#include "module/interface_table.h"
+#include "com/com_object.h"
+#include "com/com_object_root.h"
+#include "com/interface_table.h"
 
 namespace sentrel {
 

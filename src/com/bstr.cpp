@@ -1,8 +1,8 @@
-#include "manager/bstr.h"
+#include "com/bstr.h"
 
 #include <limits>
 
-#include "shared/wide_text.h"
+#include "com/wide_text.h"
 
 namespace sentrel {
 

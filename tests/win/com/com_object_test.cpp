@@ -1,4 +1,4 @@
-#include "manager/com_object.h"
+#include "com/com_object.h"
 
 #include <gtest/gtest.h>
 
@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "manager/com_ptr.h"
-#include "module/module_lock.h"
+#include "com/com_ptr.h"
+#include "com/module_lock.h"
 #include "test_doubles.h"
 
 namespace sentrel::test {

@@ -1,4 +1,4 @@
-#include "manager/object_lock.h"
+#include "com/object_lock.h"
 
 namespace sentrel {
 

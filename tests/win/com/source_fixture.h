@@ -13,7 +13,7 @@
 #include <mutex>
 #include <thread>
 
-#include "manager/com_ptr.h"
+#include "com/com_ptr.h"
 #include "test_doubles.h"
 
 namespace sentrel::test {

@@ -7,8 +7,8 @@
 #include <new>
 #include <utility>
 
-#include "module/interface_table.h"
-#include "module/module_lock.h"
+#include "com/interface_table.h"
+#include "com/module_lock.h"
 
 namespace sentrel {
 

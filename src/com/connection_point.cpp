@@ -1,11 +1,11 @@
-#include "manager/connection_point.h"
+#include "com/connection_point.h"
 
 #include <mutex>
 #include <new>
 #include <vector>
 
-#include "manager/com_enumerator.h"
-#include "module/interface_table.h"
+#include "com/com_enumerator.h"
+#include "com/interface_table.h"
 
 namespace sentrel {
 

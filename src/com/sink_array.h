@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "manager/com_ptr.h"
+#include "com/com_ptr.h"
 
 namespace sentrel {
 

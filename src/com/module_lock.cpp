@@ -1,4 +1,4 @@
-#include "module/module_lock.h"
+#include "com/module_lock.h"
 
 namespace sentrel {
 
