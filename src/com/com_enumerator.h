@@ -8,10 +8,10 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <utility>
 #include <vector>
 
+#include "com/com_boundary.h"
 #include "com/com_object.h"
 #include "com/com_object_root.h"
 #include "com/interface_table.h"
@@ -30,13 +30,9 @@ class ComEnumerator : public ComObjectRoot, public EnumInterface {
 
     // Makes an enumerator over items; E_OUTOFMEMORY when it cannot.
     static HRESULT Create(Items items, EnumInterface** out) noexcept {
-        std::shared_ptr<const Items> shared;
-        try {
-            shared = std::make_shared<const Items>(std::move(items));
-        } catch (const std::bad_alloc&) {
-            return E_OUTOFMEMORY;
-        }
-        return Create(std::move(shared), 0, out);
+        return ComBoundary(E_OUTOFMEMORY, E_FAIL, [&] {
+            return Create(std::make_shared<const Items>(std::move(items)), 0, out);
+        });
     }
 
     // Copies up to count elements; S_FALSE when fewer were left. fetched may be null only when

@@ -4,9 +4,9 @@
 
 #include <unknwn.h>
 
-#include <new>
 #include <utility>
 
+#include "com/com_boundary.h"
 #include "com/interface_table.h"
 #include "com/module_lock.h"
 
@@ -34,12 +34,12 @@ class ComObject final : private ModuleLock, public T {
         }
         *object = nullptr;
         ComObject* created = nullptr;
-        try {
+        const HRESULT built = ComBoundary(E_OUTOFMEMORY, E_FAIL, [&] {
             created = new ComObject(outer, std::forward<Args>(args)...);
-        } catch (const std::bad_alloc&) {
-            return E_OUTOFMEMORY;
-        } catch (...) {
-            return E_FAIL;
+            return S_OK;
+        });
+        if (FAILED(built)) {
+            return built;
         }
         IUnknown* self = created->OwnUnknown();
         self->AddRef();

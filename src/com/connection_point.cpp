@@ -1,9 +1,9 @@
 #include "com/connection_point.h"
 
 #include <mutex>
-#include <new>
 #include <vector>
 
+#include "com/com_boundary.h"
 #include "com/com_enumerator.h"
 #include "com/interface_table.h"
 
@@ -72,19 +72,20 @@ HRESULT STDMETHODCALLTYPE ConnectionPoint::EnumConnections(IEnumConnections** co
         return E_POINTER;
     }
     *connections = nullptr;
-    std::vector<Connection> copy;
-    try {
-        const std::lock_guard guard(lock_);
-        for (std::size_t slot = 0; slot < sinks_.SlotCount(); ++slot) {
-            if (IUnknown* sink = sinks_.At(slot)) {
-                copy.push_back({ComPtr<IUnknown>(sink), static_cast<DWORD>(slot + 1)});
+    return ComBoundary(E_OUTOFMEMORY, E_FAIL, [&] {
+        // Declared first, so that after a failure the sinks are released with the lock free.
+        std::vector<Connection> copy;
+        {
+            const std::lock_guard guard(lock_);
+            for (std::size_t slot = 0; slot < sinks_.SlotCount(); ++slot) {
+                if (IUnknown* sink = sinks_.At(slot)) {
+                    copy.push_back({ComPtr<IUnknown>(sink), static_cast<DWORD>(slot + 1)});
+                }
             }
         }
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
-    return ComEnumerator<IEnumConnections, CONNECTDATA, Connection>::Create(std::move(copy),
-                                                                            connections);
+        return ComEnumerator<IEnumConnections, CONNECTDATA, Connection>::Create(std::move(copy),
+                                                                                connections);
+    });
 }
 
 std::size_t ConnectionPoint::SlotCount() noexcept {

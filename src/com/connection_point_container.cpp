@@ -1,8 +1,8 @@
 #include "com/connection_point_container.h"
 
-#include <new>
 #include <vector>
 
+#include "com/com_boundary.h"
 #include "com/com_enumerator.h"
 
 namespace sentrel {
@@ -34,16 +34,14 @@ ConnectionPointContainer::EnumConnectionPoints(IEnumConnectionPoints** points) {
         return E_POINTER;
     }
     *points = nullptr;
-    std::vector<ComPtr<IConnectionPoint>> copy;
-    try {
+    return ComBoundary(E_OUTOFMEMORY, E_FAIL, [&] {
+        std::vector<ComPtr<IConnectionPoint>> copy;
         for (std::size_t index = 0; ConnectionPoint* found = ConnectionPointAt(index); ++index) {
             copy.emplace_back(found);
         }
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
-    return ComEnumerator<IEnumConnectionPoints, IConnectionPoint*,
-                         ComPtr<IConnectionPoint>>::Create(std::move(copy), points);
+        return ComEnumerator<IEnumConnectionPoints, IConnectionPoint*,
+                             ComPtr<IConnectionPoint>>::Create(std::move(copy), points);
+    });
 }
 
 }  // namespace sentrel

@@ -69,7 +69,8 @@ class CSentrelModule {
 
   private:
     // Registers or unregisters the module: its scripts and its type library, with the thread
-    // locale set to the system's meanwhile; running out of memory is E_OUTOFMEMORY.
+    // locale set to the system's meanwhile; running out of memory is E_OUTOFMEMORY, any other
+    // failure raised E_FAIL.
     HRESULT UpdateRegistry(RegistrationScope scope, RegistrarMode mode) noexcept;
     HRESULT UpdateRegistryInLocale(RegistrationScope scope, RegistrarMode mode);
     HRESULT RunScript(UINT resource, RegistrarMode mode, HKEY classesRoot,
