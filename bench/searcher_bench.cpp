@@ -11,8 +11,8 @@
 
 #include "allocation_counter.h"
 #include "search/cracked_url.h"
-#include "search/url_text.h"
 #include "search/web_filter_searcher.h"
+#include "text/url_text.h"
 #include "url_corpus.h"
 
 namespace sentrel::bench {

@@ -12,8 +12,8 @@
 #include "policy/web_filter_policy.h"
 #include "search/cracked_url.h"
 #include "search/url_keys.h"
-#include "search/url_text.h"
 #include "search/web_filter_searcher.h"
+#include "text/url_text.h"
 
 namespace {
 

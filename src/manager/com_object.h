@@ -41,7 +41,7 @@ class ComObject final : private ModuleLock, public T {
         } catch (...) {
             return E_FAIL;
         }
-        IUnknown* self = created->NonDelegatingUnknown();
+        IUnknown* self = created->OwnUnknown();
         self->AddRef();
         HRESULT result = created->GetLock().Initialize();
         if (SUCCEEDED(result)) {
@@ -91,18 +91,13 @@ class ComObject final : private ModuleLock, public T {
     template <class... Args>
     explicit ComObject(IUnknown* outer, Args&&... args)
         : T(std::forward<Args>(args)...), inner_(*this) {
-        this->SetControllingUnknown(outer != nullptr ? outer : this->FindInterface(IID_IUnknown),
-                                    outer != nullptr);
+        this->SetUnknowns(outer != nullptr ? &inner_ : this->FindInterface(IID_IUnknown), outer);
     }
 
     // FinalRelease, then T's own destruction, then the module lock goes.
     ~ComObject() {
         this->BeginDestruction();
         this->FinalRelease();
-    }
-
-    IUnknown* NonDelegatingUnknown() noexcept {
-        return this->IsAggregated() ? static_cast<IUnknown*>(&inner_) : this->ControllingUnknown();
     }
 
     // Interfaces handed out are referenced through their own AddRef, so an aggregated object's

@@ -4,6 +4,7 @@
 
 #include <unknwn.h>
 
+#include "manager/com_ptr.h"
 #include "manager/object_lock.h"
 
 namespace sentrel {
@@ -23,7 +24,22 @@ class ComObjectRoot {
     // aggregated, else the object's own. AddRef and Release on any interface of the object go to
     // it.
     IUnknown* ControllingUnknown() const noexcept { return controlling_; }
-    bool IsAggregated() const noexcept { return aggregated_; }
+    bool IsAggregated() const noexcept { return controlling_ != own_; }
+
+    // A reference that keeps the object alive while it calls out, taken on the object's own count
+    // (the inner object's when aggregated) and only while that count is above 0: once the last
+    // reference has gone the object is ending, and a reference taken and released then would end
+    // it a second time. Null in that case.
+    ComPtr<IUnknown> KeepAlive() noexcept {
+        for (LONG seen = 1; seen > 0;) {
+            const LONG before = InterlockedCompareExchange(&count_, seen + 1, seen);
+            if (before == seen) {
+                return ComPtr<IUnknown>::Adopt(own_);
+            }
+            seen = before;
+        }
+        return nullptr;
+    }
 
   protected:
     ComObjectRoot() noexcept = default;
@@ -42,10 +58,14 @@ class ComObjectRoot {
     ULONG InternalAddRef() noexcept { return static_cast<ULONG>(InterlockedIncrement(&count_)); }
     ULONG InternalRelease() noexcept { return static_cast<ULONG>(InterlockedDecrement(&count_)); }
 
-    void SetControllingUnknown(IUnknown* controlling, bool aggregated) noexcept {
-        controlling_ = controlling;
-        aggregated_ = aggregated;
+    // own answers for the object's identity and lifetime itself; outer, when not null, aggregates
+    // the object and takes over its identity.
+    void SetUnknowns(IUnknown* own, IUnknown* outer) noexcept {
+        own_ = own;
+        controlling_ = outer != nullptr ? outer : own;
     }
+    // The non-delegating unknown: the object's own, or the inner one when aggregated.
+    IUnknown* OwnUnknown() const noexcept { return own_; }
 
     // From here on AddRef and Release pairs made during destruction (by FinalRelease handing the
     // object to others) never bring the count to 0 again.
@@ -55,8 +75,8 @@ class ComObjectRoot {
     static constexpr LONG kDestroyingCount = -(0x7FFFFFFF / 2);
 
     LONG count_ = 0;
+    IUnknown* own_ = nullptr;
     IUnknown* controlling_ = nullptr;
-    bool aggregated_ = false;
     ObjectLock lock_;
 };
 

@@ -4,8 +4,8 @@
 
 #include <ocidl.h>
 
+#include "manager/com_object_root.h"
 #include "manager/connection_point.h"
-#include "manager/object_lock.h"
 #include "sentrel_h.h"
 
 namespace sentrel {
@@ -22,18 +22,20 @@ class CProxy_IWebFilterEvents {
     // call back into the object, advise or unadvise (itself too) from inside the event. The
     // sinks' results are not looked at: one failing sink does not keep the others from the
     // event. The object holds a reference on itself meanwhile, so a sink may release the last
-    // reference of its own: the object then goes when the event has reached every sink.
+    // reference of its own: the object then goes when the event has reached every sink. An
+    // object whose last reference has already gone announces nothing.
     void Fire_OnFilterContentChanged(::WebFilterType type) noexcept;
 
   protected:
-    // container and lock are the owning object's.
-    CProxy_IWebFilterEvents(IConnectionPointContainer& container, ObjectLock& lock) noexcept
-        : point_(container, lock, IID_IWebFilterEvents) {}
+    // owner is the object that fires, with its lock; container is its connection-point container.
+    CProxy_IWebFilterEvents(ComObjectRoot& owner, IConnectionPointContainer& container) noexcept
+        : owner_(owner), point_(container, owner.GetLock(), IID_IWebFilterEvents) {}
     ~CProxy_IWebFilterEvents() = default;
 
     ConnectionPoint& EventsConnectionPoint() noexcept { return point_; }
 
   private:
+    ComObjectRoot& owner_;
     ConnectionPoint point_;
 };
 

@@ -40,7 +40,7 @@ std::u16string MinimalDocument(std::uint32_t refreshMode) {
 }  // namespace
 
 CWebFilterManager::CWebFilterManager()
-    : CProxy_IWebFilterEvents(*this, GetLock()), timerThread_(kRefreshPeriodMs), window_(*this) {
+    : CProxy_IWebFilterEvents(*this, *this), timerThread_(kRefreshPeriodMs), window_(*this) {
     timerThread_.Subscribe(this);
     timerThread_.Begin(0, 0);
 }
@@ -168,13 +168,11 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::GetFilterContent(::WebFilterType* p
         return E_POINTER;
     }
     try {
-        WebFilterType type = WebFilterBlockNone;
         WebFilterPolicy policy;
         {
             const std::lock_guard lock(GetLock());
-            filterState_.GetFilter(type, policy);
+            filterState_.GetFilter(*pFilterType, policy);
         }
-        *pFilterType = static_cast<::WebFilterType>(type);
         if (pnRefreshMode != nullptr) {
             *pnRefreshMode = static_cast<int>(policy.refreshMode);
         }

@@ -23,9 +23,4 @@ void WebFilterState::SetFilter(WebFilterType type, const WebFilterPolicy& policy
     Exchange(Filter(type, policy));
 }
 
-void WebFilterState::GetFilter(WebFilterType& type, WebFilterPolicy& policy) const {
-    type = current_.type_;
-    policy = current_.policy_;
-}
-
 }  // namespace sentrel

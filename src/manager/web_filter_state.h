@@ -37,8 +37,13 @@ class WebFilterState {
     Filter Exchange(Filter&& filter) noexcept;
     // Builds the filter of type and policy and puts it in force.
     void SetFilter(WebFilterType type, const WebFilterPolicy& policy);
-    // The type in force, and a copy of the policy in force.
-    void GetFilter(WebFilterType& type, WebFilterPolicy& policy) const;
+    // Writes the type in force (as this enumeration or the interface's own), then copies the
+    // policy in force: a copy that fails leaves the type written.
+    template <class Type>
+    void GetFilter(Type& type, WebFilterPolicy& policy) const {
+        type = static_cast<Type>(current_.type_);
+        policy = current_.policy_;
+    }
     const WebFilterPolicy& GetPolicy() const { return current_.policy_; }
     bool IsUrlAllowed(std::u16string_view url) const {
         return current_.searcher_->IsUrlAllowed(url);

@@ -6,12 +6,12 @@
 
 namespace sentrel {
 
-// A failure that callers at a COM boundary turn into the HRESULT it carries.
 using HResult = std::int32_t;
 
 inline constexpr HResult kHResultFail = static_cast<HResult>(0x80004005u);
 inline constexpr HResult kHResultOutOfMemory = static_cast<HResult>(0x8007000Eu);
 
+// A failure that callers at a COM boundary turn into the HRESULT it carries.
 class HResultError : public std::runtime_error {
   public:
     explicit HResultError(HResult result) : std::runtime_error(Describe(result)), result_(result) {}

@@ -6,10 +6,10 @@
 #include <new>
 #include <utility>
 
-#include "policy/ascii_case.h"
 #include "policy/hresult_error.h"
 #include "policy/web_filter_storage_data_stream.h"
-#include "search/url_text.h"
+#include "text/ascii_case.h"
+#include "text/url_text.h"
 
 namespace sentrel {
 

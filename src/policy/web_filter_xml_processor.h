@@ -43,8 +43,8 @@ class WebFilterXmlProcessor {
     // Writing to a new in-memory stream, or to the file at a non-empty path.
     bool OpenWriter(const std::u16string& path);
     // Reads nodes into the policy until the input ends or stops being well-formed; name is the
-    // element taken to be current at the start. False only without a reader or stream, or when
-    // memory runs out.
+    // element taken to be current at the start. False only without a reader, stream or policy, or
+    // when memory runs out.
     bool ReadDocument(std::u16string_view name);
 
     bool StartElement(std::u16string_view name);

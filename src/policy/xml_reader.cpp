@@ -4,9 +4,9 @@
 #include <array>
 #include <utility>
 
-#include "policy/ascii_case.h"
 #include "policy/utf16le.h"
 #include "policy/xml_characters.h"
+#include "text/ascii_case.h"
 
 namespace sentrel {
 namespace {

@@ -12,8 +12,8 @@ namespace sentrel {
 
 // Writes elements as UTF-16LE text preceded by a byte order mark, without a declaration or any
 // white space between elements. A step fails, writing nothing, when its name is not an XML name
-// or its text holds a character XML cannot carry; after a failure, or without an output stream,
-// every step fails.
+// without a colon or its text holds a character XML cannot carry; after a failure, or without an
+// output stream, every step fails.
 class XmlWriter {
   public:
     explicit XmlWriter(std::shared_ptr<ByteStream> output);

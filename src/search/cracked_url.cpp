@@ -1,7 +1,7 @@
 #include "search/cracked_url.h"
 
-#include "policy/ascii_case.h"
-#include "search/url_text.h"
+#include "text/ascii_case.h"
+#include "text/url_text.h"
 
 namespace sentrel {
 

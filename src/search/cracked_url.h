@@ -73,13 +73,16 @@ struct CrackedUrl {
     BoundedText<128> password;
     BoundedText<2048> path;  // with its leading '/' if it has one
     BoundedText<2048> tail;  // from the '?' or '#' that ended the path
-    std::uint16_t port = 0;  // 0 when the URL names none
+    std::uint16_t port = 0;  // 0 when the URL names none or its scheme takes none
 
     void Clear();
 };
 
-// The longest segment that cracking gathers between two delimiters; every part's own limit is
-// lower, so this only cuts short texts that would fail anyway.
+// The longest segment (the run between two delimiters of the authority) that cracking takes.
+// Cracking is defined with a working buffer of 2,090 characters for the segment, 2,089 and a
+// terminator, and a segment that would outgrow it fails. Here a segment is a position in the
+// text, not a copy, so only the buffer's limit is kept. Every part's own limit is lower, so it
+// fails no text that would otherwise crack; it only gives the reason.
 inline constexpr std::size_t kCrackSegmentLimit = 2089;
 
 // Why a text could not be cracked.
@@ -95,7 +98,7 @@ enum class CrackFailure {
     SecondUserInfo,       // a second user-info part
     PathTooLong,          // over 2048 characters
     TailTooLong,          // over 2048 characters
-    SegmentTooLong,       // a run between delimiters over the working buffer
+    SegmentTooLong,       // a segment over kCrackSegmentLimit characters
 };
 
 // Cracks a normalised text into out. The text ends at its first NUL character, if any. On false

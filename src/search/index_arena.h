@@ -7,10 +7,11 @@
 
 namespace sentrel {
 
-// The memory of a searcher's indexes. Blocks are carved in order from fixed-size chunks and
-// given back only all at once: an index is built once and then only read, so the parts of an
-// entry lie side by side, and a reload releases the old index in one go. Fixed chunks keep the
-// unused tail to less than one chunk, however large the index grows.
+// The memory of a searcher's indexes. Blocks are carved in order from fixed-size chunks (a
+// block too large to share one gets a chunk of its own) and given back only all at once: an index
+// is built once and then only read, so the parts of an entry lie side by side, and a reload
+// releases the old index in one go. Fixed chunks keep the unused tail to less than one chunk,
+// however large the index grows.
 class IndexArena final : public std::pmr::memory_resource {
   public:
     static constexpr std::size_t kChunkSize = 64 * 1024;

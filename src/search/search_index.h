@@ -15,9 +15,9 @@
 namespace sentrel {
 
 // The four levels of an index: scheme key, host key, port, path key. Text keys are ordered by
-// their UTF-16 code units as unsigned values (the strings' own order), and every map is
-// transparent so that look-ups take views of the keys without building strings. Each nested
-// level has exactly one holder, the entry above it.
+// their UTF-16 code units as unsigned values (the strings' own order), and every level keyed by
+// text is looked up with views of the keys, without building strings. Each nested level has
+// exactly one holder, the entry above it.
 //
 // Every level takes its memory from the resource of the map it hangs under, so that an index
 // built in one arena keeps the parts of an entry close together and is released at once; an

@@ -5,7 +5,7 @@
 
 #include "module/log/logger.h"
 #include "search/url_keys.h"
-#include "search/url_text.h"
+#include "text/url_text.h"
 
 namespace sentrel {
 

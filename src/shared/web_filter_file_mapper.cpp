@@ -13,7 +13,12 @@ namespace sentrel {
 
 namespace {
 
-// Everybody but the creator may only wait on the mutex and only read the section.
+// What the access lists grant the Everyone group. Every open by name is checked against them;
+// only the handle that creating an object gives its creator has full access. The mutex: waiting
+// on it. The section: reading it, and WRITE_OWNER, the right to take ownership of it (an owner
+// may then change its access list). No mapper uses that right, and neither right opens the
+// section for writing: any other writer is refused with access denied, so only the creator ever
+// writes, while every mapper can read.
 constexpr std::uint32_t kMutexEveryoneAccess = SYNCHRONIZE;
 constexpr std::uint32_t kSectionEveryoneAccess = GENERIC_READ | WRITE_OWNER;
 

@@ -16,7 +16,8 @@ namespace sentrel {
 // access, in every process, is serialised by the named mutex "WebFilterFileAccessMutex".
 //
 // The mapper that creates the section keeps it (and so the published policy) alive and is the
-// only one that can write to it: the section's access list lets everybody else only read.
+// only one that can write to it, through the handle that creating it gave: the section's access
+// list lets every other opener read it and take ownership of it, but not open it for writing.
 class WebFilterFileMapper {
   public:
     static constexpr const wchar_t* kSectionName = L"WebFilterMMF";

@@ -3,9 +3,11 @@
 // A log capture for native and Windows tests alike: it uses only the portable logger.
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -20,11 +22,13 @@ struct LoggedMessage {
 };
 
 // Collects every message logged through TheLogger while it lives, and puts back the sink it
-// found when it goes. One capture at a time: a new one starts empty.
+// found when it goes. One capture at a time: a new one starts empty. With failFirst, the first
+// message is not collected: logging it fails as memory running out does.
 class LogCapture {
   public:
-    LogCapture() {
+    explicit LogCapture(bool failFirst = false) {
         Clear();
+        FailNext() = failFirst;
         previous_ = TheLogger.InstallSink(&Capture);
     }
     ~LogCapture() { TheLogger.InstallSink(previous_); }
@@ -47,6 +51,9 @@ class LogCapture {
 
   private:
     static std::int32_t Capture(std::int32_t level, const std::u16string& text) {
+        if (FailNext().exchange(false)) {
+            throw std::bad_alloc();
+        }
         const std::lock_guard lock(Mutex());
         Store().push_back({level, text});
         return 0;
@@ -54,6 +61,10 @@ class LogCapture {
     static std::mutex& Mutex() {
         static std::mutex mutex;
         return mutex;
+    }
+    static std::atomic<bool>& FailNext() {
+        static std::atomic<bool> failNext{false};
+        return failNext;
     }
     static std::vector<LoggedMessage>& Store() {
         static std::vector<LoggedMessage> messages;

@@ -3,7 +3,7 @@
 #include "command.h"
 #include "json_text.h"
 #include "search/cracked_url.h"
-#include "search/url_text.h"
+#include "text/url_text.h"
 #include "utf8.h"
 
 namespace sentrel::cli {

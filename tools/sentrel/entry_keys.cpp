@@ -2,7 +2,7 @@
 
 #include "search/cracked_url.h"
 #include "search/url_keys.h"
-#include "search/url_text.h"
+#include "text/url_text.h"
 
 namespace sentrel::cli {
 

@@ -6,7 +6,7 @@
 #include "policy/guid.h"
 #include "search/cracked_url.h"
 #include "search/url_keys.h"
-#include "search/url_text.h"
+#include "text/url_text.h"
 #include "utf8.h"
 
 namespace sentrel::cli {

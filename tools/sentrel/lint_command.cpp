@@ -8,10 +8,10 @@
 #include "command.h"
 #include "entry_keys.h"
 #include "loaded_policy.h"
-#include "policy/ascii_case.h"
 #include "policy/byte_stream.h"
 #include "policy/guid.h"
 #include "policy/xml_reader.h"
+#include "text/ascii_case.h"
 #include "utf8.h"
 
 namespace sentrel::cli {

@@ -144,6 +144,15 @@ TEST_F(ConnectionPointTest, UnadviseWithoutAConnectionGivesNoConnection) {
     EXPECT_EQ(point_->Unadvise(1), CONNECT_E_NOCONNECTION);
 }
 
+TEST_F(ConnectionPointTest, UnadviseReleasesTheSinkWithNoLockHeld) {
+    TestSink& sink = MakeSink();
+    Advise(sink);
+    bool lockFree = false;
+    sink.onRelease = [&] { lockFree = LockFreeForOtherThreads(); };
+    EXPECT_EQ(point_->Unadvise(1), S_OK);
+    EXPECT_TRUE(lockFree);
+}
+
 TEST_F(ConnectionPointTest, EnumConnectionsWorksOnACopyWithReferencesOfItsOwn) {
     TestSink& first = MakeSink();
     TestSink& second = MakeSink();

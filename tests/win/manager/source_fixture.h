@@ -6,7 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
 #include <list>
+#include <memory>
+#include <mutex>
+#include <thread>
 
 #include "manager/com_ptr.h"
 #include "test_doubles.h"
@@ -28,6 +33,18 @@ class SourceTest : public testing::Test {
     }
 
     TestSource& Source() { return SourceOf(container_.Get()); }
+
+    // Whether another thread takes the object lock within 10 s: a lock held here fails the test
+    // rather than hanging it.
+    bool LockFreeForOtherThreads() {
+        auto taken = std::make_shared<std::promise<void>>();
+        std::future<void> done = taken->get_future();
+        std::thread([&lock = Source().GetLock(), taken] {
+            const std::lock_guard guard(lock);
+            taken->set_value();
+        }).detach();
+        return done.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    }
 
     // A sink that outlives the object, which releases the sinks still advised when it goes.
     TestSink& MakeSink(HRESULT queryResult = S_OK, HRESULT eventResult = S_OK) {

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "manager/com_object.h"
@@ -41,6 +42,9 @@ class TestSink final : public IWebFilterEvents {
         if (InlineIsEqualGUID(iid, IID_IUnknown)) {
             *object = static_cast<IUnknown*>(this);
         } else if (InlineIsEqualGUID(iid, IID_IWebFilterEvents)) {
+            if (tearOff != nullptr) {
+                return tearOff->QueryInterface(iid, object);
+            }
             if (FAILED(queryResult_)) {
                 return queryResult_;
             }
@@ -52,7 +56,13 @@ class TestSink final : public IWebFilterEvents {
         return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references_); }
-    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--references_); }
+    ULONG STDMETHODCALLTYPE Release() override {
+        const long left = --references_;
+        if (onRelease) {
+            onRelease();
+        }
+        return static_cast<ULONG>(left);
+    }
 
     HRESULT STDMETHODCALLTYPE OnFilterContentChanged(WebFilterType type) override {
         {
@@ -80,6 +90,10 @@ class TestSink final : public IWebFilterEvents {
 
     // Runs inside each event, after it was recorded.
     std::function<void(WebFilterType)> onEvent;
+    // Runs inside each Release.
+    std::function<void()> onRelease;
+    // When set, the sink hands out this other sink as its IWebFilterEvents (a tear-off).
+    TestSink* tearOff = nullptr;
 
   private:
     const HRESULT queryResult_;
@@ -94,6 +108,9 @@ struct SourceProbe {
     HRESULT finalConstructResult = S_OK;
     // FinalRelease hands the object out once more (an AddRef and Release pair).
     bool touchInFinalRelease = false;
+    // Runs when the last reference has gone, before the destruction begins.
+    std::function<void()> onEnd;
+    std::atomic<int> ends{0};
     std::atomic<int> finalConstructs{0};
     std::atomic<int> finalReleases{0};
     std::atomic<int> destructions{0};
@@ -118,12 +135,24 @@ class TestSource : public ComObjectRoot,
 
   protected:
     explicit TestSource(SourceProbe* probe) noexcept
-        : CProxy_IWebFilterEvents(*this, GetLock()), probe_(probe) {}
+        : CProxy_IWebFilterEvents(*this, *this), probe_(probe) {}
     ~TestSource() { ++probe_->destructions; }
 
     HRESULT FinalConstruct() noexcept {
         ++probe_->finalConstructs;
         return probe_->finalConstructResult;
+    }
+    // Runs where the count has reached 0 and the destruction has not begun. An end beyond the
+    // first is only counted, so that the object is not destroyed twice.
+    bool DeferDestruction(void (* /*destroy*/)(void*), void* /*object*/) noexcept {
+        ++probe_->ends;
+        if (std::exchange(ended_, true)) {
+            return true;
+        }
+        if (probe_->onEnd) {
+            probe_->onEnd();
+        }
+        return false;
     }
     void FinalRelease() noexcept {
         ++probe_->finalReleases;
@@ -143,6 +172,7 @@ class TestSource : public ComObjectRoot,
 
   private:
     SourceProbe* const probe_;
+    bool ended_ = false;
 };
 
 // The object behind a TestSource's container interface.

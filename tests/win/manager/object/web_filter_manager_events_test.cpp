@@ -13,7 +13,10 @@
 #include <thread>
 #include <vector>
 
+#include "log_capture.h"
 #include "manager_fixture.h"
+#include "module/log/logger.h"
+#include "shared/unique_resource.h"
 #include "test_doubles.h"
 
 namespace sentrel::test {
@@ -170,6 +173,39 @@ TEST_F(ApartmentTest, EventsStillWaitingInTheQueueAreLostWhenTheObjectGoes) {
         });
     EXPECT_TRUE(sink.Events().empty());
     EXPECT_EQ(sink.References(), 0);
+}
+
+TEST_F(ApartmentTest, WithoutItsWindowAnObjectOnAThreadThatProcessesMessagesIsNotMade) {
+    HRESULT created = S_OK;
+    std::thread([&] {
+        const ComInit com(COINIT_APARTMENTTHREADED);
+        // Refuses every window that this thread makes.
+        const auto refuse = [](int code, WPARAM wParam, LPARAM lParam) -> LRESULT {
+            return code == HCBT_CREATEWND ? 1 : CallNextHookEx(nullptr, code, wParam, lParam);
+        };
+        const UniqueResource<HHOOK, &UnhookWindowsHookEx> hook(
+            SetWindowsHookExW(WH_CBT, refuse, nullptr, GetCurrentThreadId()));
+        void* object = nullptr;
+        created = CreateManagerInstance(nullptr, IID_IWebFilterManager, &object);
+    }).join();
+    EXPECT_EQ(created, E_FAIL);
+}
+
+// Made on a thread outside COM, an object cannot tell the thread's type and says why; a failure
+// while it says so ends the query with a note of its own.
+TEST(ThreadTypeQuery, SaysWhyItCannotTell) {
+    const std::u16string origin = u"CWebFilterManager::GetContextThreadType() - ";
+    struct Case {
+        bool failFirst;
+        std::u16string said;
+    };
+    for (const Case& test :
+         {Case{false, origin + u"CoGetObjectContext returned NULL object, hr = 00000000800401F0"},
+          Case{true, origin + u"exception thrown"}}) {
+        const LogCapture log(test.failFirst);
+        std::thread([] { EXPECT_TRUE(CreateManager()); }).join();
+        EXPECT_EQ(log.Messages(), (std::vector<LoggedMessage>{{LogLevelDiagnostic, test.said}}));
+    }
 }
 
 TEST_F(EventsTest, EnablingUpdateLoadsAtOnceAndAnnouncesNothing) {

@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "allocation_failure.h"
+#include "log_capture.h"
 #include "manager_fixture.h"
+#include "module/log/logger.h"
 #include "shared/wide_text.h"
 
 namespace sentrel::test {
@@ -23,6 +25,9 @@ constexpr std::size_t kFailingBytes = 4 * 1024 * 1024;
 constexpr std::size_t kLargeText = 3 * 1024 * 1024;
 
 const std::u16string kSmall = ListDocument(0, ListKind::Black, {u"http://small.example/"});
+// Refuses the memory in which a document is staged for reading, and none of the smaller
+// allocations around it.
+constexpr std::size_t kStagingBytes = 16 * 1024;
 
 // A document of kLargeText characters or more: a small policy padded with white space.
 std::u16string LargeDocument(const std::u16string& document) {
@@ -91,20 +96,50 @@ TEST_F(MemoryTest, IsProcessConnectionAllowedAnswersFailAndLeavesTheAnswerAlone)
 }
 
 TEST_F(MemoryTest, GetFilterContentAnswersOutOfMemoryWithTheOutputsWrittenSoFar) {
-    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, ManyEntries()), S_OK);
-    ::WebFilterType type = kNoType;
-    BSTR text = nullptr;
-    int refreshMode = -1;
-    HRESULT result = E_UNEXPECTED;
-    {
-        const AllocationFailure failure(kFailingBytes);
-        result = Manager().GetFilterContent(&type, &text, &refreshMode);
+    struct Case {
+        const char* name;
+        std::u16string document;
+        int refreshMode;  // -1: not written
+    };
+    const std::u16string longUrl = u"http://a.example/" + std::u16string(kLargeText, u'a');
+    for (const Case& test :
+         {Case{"SerialisingFails", ManyEntries(), 0},
+          Case{"CopyingThePolicyFails", ListDocument(0, ListKind::Black, {longUrl}), -1}}) {
+        SCOPED_TRACE(test.name);
+        ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, test.document), S_OK);
+        ::WebFilterType type = kNoType;
+        BSTR text = nullptr;
+        int refreshMode = -1;
+        HRESULT result = E_UNEXPECTED;
+        {
+            const AllocationFailure failure(kFailingBytes);
+            result = Manager().GetFilterContent(&type, &text, &refreshMode);
+        }
+        EXPECT_EQ(result, E_OUTOFMEMORY);
+        EXPECT_EQ(type, WebFilterBlockPolicy);
+        EXPECT_EQ(refreshMode, test.refreshMode);
+        EXPECT_EQ(text, nullptr);
+        SysFreeString(text);
     }
-    EXPECT_EQ(result, E_OUTOFMEMORY);
-    EXPECT_EQ(type, WebFilterBlockPolicy);
-    EXPECT_EQ(refreshMode, 0);
-    EXPECT_EQ(text, nullptr);
-    SysFreeString(text);
+}
+
+// Staging a text in memory is the one failure that reading a document reports; each reader logs it.
+TEST_F(MemoryTest, ATextThatCannotBeStagedIsLoggedByEachReader) {
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kSmall), S_OK);
+    const ComPtr<IWebFilterManager> reader = CreateManager();
+    ASSERT_TRUE(reader);
+    const LogCapture log;
+    {
+        const AllocationFailure failure(kStagingBytes);
+        EXPECT_EQ(SetContent(Manager(), WebFilterBlockPolicy, kSmall), E_INVALIDARG);
+        EXPECT_EQ(reader->EnableUpdate(1), S_OK);
+    }
+    EXPECT_EQ(log.Count(LogLevelError,
+                        u"CWebFilterManager::SetFilterContent - Could not deserialize policy"),
+              1u);
+    EXPECT_EQ(log.Count(LogLevelError,
+                        u"CWebFilterManager::OnTimeElapsed - Could not deserialize policy"),
+              1u);
 }
 
 TEST_F(MemoryTest, ARefreshThatCannotCopyThePublicationFindsNothingAndTriesAgain) {

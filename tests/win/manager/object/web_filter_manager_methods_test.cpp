@@ -7,6 +7,7 @@
 
 #include <oleauto.h>
 
+#include <bit>
 #include <string>
 #include <vector>
 
@@ -186,7 +187,14 @@ INSTANTIATE_TEST_SUITE_P(
                             kBlackDocument,
                             false,
                             E_FAIL,
-                            {{u"http://blocked.example/", 1}, {u"about:blank", 1}, {u"", 0}}}),
+                            {{u"http://blocked.example/", 1}, {u"about:blank", 1}, {u"", 0}}},
+                    // Judged at 32 bits: its low 16 bits would read as WebFilterBlockPolicy.
+                    SetCase{"TypeBeyondSixteenBits",
+                            std::bit_cast<::WebFilterType>(0x10001),
+                            kBlackDocument,
+                            false,
+                            E_FAIL,
+                            {{u"http://blocked.example/", 1}}}),
     [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(MethodsTest, MalformedDocumentKeepsTheListsReadBeforeTheFault) {

@@ -51,11 +51,13 @@ TEST_F(PublishTest, TheClientsTextIsPublishedUnaltered) {
 }
 
 TEST_F(PublishTest, AnEmptyOrNullTextPublishesTheMinimalDocument) {
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, ListDocument(3, ListKind::Black, {})),
+              S_OK);
     ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy, nullptr), S_OK);
     EXPECT_EQ(Published(), Expected(WebFilterBlockPolicy, EmptyDocument(0)));
     ASSERT_EQ(SetContent(Manager(), WebFilterBlockAll, u""), S_OK);
     EXPECT_EQ(Published(), Expected(WebFilterBlockAll, EmptyDocument(0)));
-    EXPECT_EQ(PublishedStamp(), 2u);
+    EXPECT_EQ(PublishedStamp(), 3u);
 }
 
 TEST_F(PublishTest, ListsSetWithBlockAllArePublishedThoughNotReadHere) {
@@ -93,11 +95,12 @@ TEST_F(PublishTest, BlockNoneCarriesTheLastPublishedRefreshMode) {
     EXPECT_EQ(ContentOf(Manager()).refreshMode, 3);
 }
 
-TEST_F(PublishTest, BlockAllResetsThePublishedRefreshMode) {
+TEST_F(PublishTest, BlockAllResetsThePublishedRefreshModeAndARefreshLeavesItAlone) {
     ASSERT_EQ(SetContent(Manager(), WebFilterBlockPolicy,
                          ListDocument(3, ListKind::Black, {u"http://a.example/"})),
               S_OK);
-    ASSERT_EQ(SetContent(Manager(), WebFilterBlockAll, u""), S_OK);
+    ASSERT_EQ(SetContent(Manager(), WebFilterBlockAll, ListDocument(5, ListKind::Black, {})), S_OK);
+    ASSERT_EQ(Manager().EnableUpdate(1), S_OK);  // loads refresh mode 5
     ASSERT_EQ(SetContent(Manager(), WebFilterBlockNone, u""), S_OK);
     EXPECT_EQ(Published(), Expected(WebFilterBlockNone, EmptyDocument(0)));
 }

@@ -1,8 +1,10 @@
-#include "search/url_text.h"
+#include "text/url_text.h"
 
 #include <array>
 #include <cstring>
 #include <limits>
+
+#include "text/ascii_case.h"
 
 namespace sentrel {
 
@@ -43,10 +45,6 @@ int UrlDigitValue(char16_t ch) {
 
 namespace {
 
-char16_t LowerAsciiCapital(char16_t ch) {
-    return static_cast<char16_t>(ch + (static_cast<unsigned>(ch - u'A') < 26u ? u'a' - u'A' : 0));
-}
-
 // Four UTF-16 code units at once in a 64-bit word, one in each 16-bit lane; no operation below
 // carries or borrows across lanes except where noted.
 constexpr std::uint64_t kLaneOnes = 0x0001000100010001u;
@@ -84,7 +82,7 @@ std::size_t NormalizeInto(std::u16string_view text, char16_t* out) {
         std::memcpy(out + end, &block, sizeof(block));
     }
     for (; end < text.size() && text[end] != u'\0'; ++end) {
-        out[end] = LowerAsciiCapital(text[end]);
+        out[end] = LowerAscii(text[end]);
     }
     while (end > 0 && IsUrlWhiteSpace(out[end - 1])) {
         --end;
