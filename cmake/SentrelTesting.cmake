@@ -11,7 +11,6 @@ endif()
 # Windows test programs and their helpers link this, so that a crash fails the run.
 if(CMAKE_CROSSCOMPILING AND NOT TARGET sentrel_crash_exit)
     add_library(sentrel_crash_exit OBJECT ${PROJECT_SOURCE_DIR}/tests/win/crash_exit.cpp)
-    target_include_directories(sentrel_crash_exit PUBLIC ${PROJECT_SOURCE_DIR}/tests/win)
     target_compile_options(sentrel_crash_exit PRIVATE ${SENTREL_WARNINGS})
 endif()
 

@@ -4,8 +4,8 @@
 
 #include <ocidl.h>
 
-#include "manager/com_object_root.h"
-#include "manager/connection_point.h"
+#include "com/com_object_root.h"
+#include "com/connection_point.h"
 #include "sentrel_h.h"
 
 namespace sentrel {

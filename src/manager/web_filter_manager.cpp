@@ -5,13 +5,13 @@
 #include <new>
 #include <vector>
 
-#include "manager/bstr.h"
-#include "module/interface_table.h"
+#include "com/bstr.h"
+#include "com/com_boundary.h"
+#include "com/interface_table.h"
+#include "com/unique_resource.h"
+#include "com/wide_text.h"
 #include "module/log/logger.h"
-#include "policy/hresult_error.h"
 #include "policy/web_filter_xml_processor.h"
-#include "shared/unique_resource.h"
-#include "shared/wide_text.h"
 
 namespace sentrel {
 
@@ -110,22 +110,18 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::IsUrlAllowed(BSTR bstrUrl, long* pb
     if (pbAllowed == nullptr) {
         return E_POINTER;
     }
-    try {
+    return ComBoundary(E_OUTOFMEMORY, E_FAIL, [&] {
         const std::lock_guard lock(GetLock());
         *pbAllowed = filterState_.IsUrlAllowed(U16View(bstrUrl)) ? 1 : 0;
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 HRESULT STDMETHODCALLTYPE CWebFilterManager::SetFilterContent(::WebFilterType FilterType,
                                                               BSTR bstrXml) {
-    const auto type = static_cast<WebFilterType>(FilterType);
-    std::u16string content;
-    std::uint32_t refreshMode = 0;
-    try {
-        content = TextOf(bstrXml);
+    return ComBoundary(E_OUTOFMEMORY, E_FAIL, [&] {
+        const auto type = static_cast<WebFilterType>(FilterType);
+        std::u16string content = TextOf(bstrXml);
         WebFilterPolicy policy;
         if (type == WebFilterBlockPolicy &&
             !WebFilterXmlProcessor::DeserializePolicy(policy, content)) {
@@ -133,11 +129,13 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::SetFilterContent(::WebFilterType Fi
                           u"CWebFilterManager::SetFilterContent - Could not deserialize policy");
             return E_INVALIDARG;
         }
-        // Built before the lock is taken: decisions go on meanwhile from the filter in force.
         const std::uint32_t policyRefreshMode = policy.refreshMode;
-        WebFilterState::Filter filter(type, std::move(policy));
-        WebFilterState::Filter replaced;
+        std::uint32_t refreshMode = 0;
         {
+            // Built before the lock is taken: decisions go on meanwhile from the filter in force.
+            WebFilterState::Filter filter(type, std::move(policy));
+            // Goes once the lock is released, before the content is published.
+            WebFilterState::Filter replaced;
             const std::lock_guard lock(GetLock());
             replaced = filterState_.Exchange(std::move(filter));
             if (type == WebFilterBlockAll) {
@@ -150,16 +148,14 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::SetFilterContent(::WebFilterType Fi
         if (content.empty()) {
             content = MinimalDocument(refreshMode);
         }
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
-    if (!fileMapper_.WriteContent(static_cast<std::uint32_t>(type), content)) {
-        TheLogger.Log(LogLevelError,
-                      u"CWebFilterManager::SetFilterContent - Could not write "
-                      u"content to file mapper");
-        return E_FAIL;
-    }
-    return S_OK;
+        if (!fileMapper_.WriteContent(static_cast<std::uint32_t>(type), content)) {
+            TheLogger.Log(LogLevelError,
+                          u"CWebFilterManager::SetFilterContent - Could not write "
+                          u"content to file mapper");
+            return E_FAIL;
+        }
+        return S_OK;
+    });
 }
 
 HRESULT STDMETHODCALLTYPE CWebFilterManager::GetFilterContent(::WebFilterType* pFilterType,
@@ -167,7 +163,9 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::GetFilterContent(::WebFilterType* p
     if (pFilterType == nullptr) {
         return E_POINTER;
     }
-    try {
+    // Whatever failed (memory, or a policy text that XML cannot carry), the caller is told only
+    // that the content could not be handed over.
+    return ComBoundary(E_OUTOFMEMORY, [&] {
         WebFilterPolicy policy;
         {
             const std::lock_guard lock(GetLock());
@@ -184,22 +182,21 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::GetFilterContent(::WebFilterType* p
             }
             *pbstrXml = text.Detach();
         }
-    } catch (...) {
-        // Whatever failed (memory, or a policy text that XML cannot carry), the caller is told
-        // only that the content could not be handed over.
-        return E_OUTOFMEMORY;
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 HRESULT STDMETHODCALLTYPE CWebFilterManager::EnableUpdate(long bEnable) {
-    if (bEnable != 0) {
-        ::WebFilterType type{};
-        std::uint32_t refreshMode = 0;
-        RefreshFromSharedContent(type, refreshMode);  // announces nothing
-    }
-    timerThread_.SetActive(bEnable != 0 ? 1 : 0);
-    return S_OK;
+    // The refresh keeps its own failures: only the unforeseen reach here.
+    return ComBoundary(E_FAIL, [&] {
+        if (bEnable != 0) {
+            ::WebFilterType type{};
+            std::uint32_t refreshMode = 0;
+            RefreshFromSharedContent(type, refreshMode);  // announces nothing
+        }
+        timerThread_.SetActive(bEnable != 0 ? 1 : 0);
+        return S_OK;
+    });
 }
 
 HRESULT STDMETHODCALLTYPE CWebFilterManager::IsProcessConnectionAllowed(BSTR bstrUrl,
@@ -208,12 +205,10 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::IsProcessConnectionAllowed(BSTR bst
     if (pbAllowed == nullptr) {
         return E_POINTER;
     }
-    try {
+    return ComBoundary(E_FAIL, [&] {
         *pbAllowed = connectionRules_.IsConnectionAllowed(U16View(bstrUrl), nPort) ? 1 : 0;
-    } catch (...) {
-        return E_FAIL;
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 HRESULT STDMETHODCALLTYPE CWebFilterManager::GetFilteredPorts(unsigned short* pPortsNumber,
@@ -223,7 +218,7 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::GetFilteredPorts(unsigned short* pP
     }
     *pPortsNumber = 0;
     *ppPortsList = nullptr;
-    try {
+    return ComBoundary(E_FAIL, [&] {
         const std::lock_guard lock(GetLock());
         std::vector<std::uint16_t> ports;
         connectionRules_.GetPorts(ports);
@@ -238,10 +233,8 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::GetFilteredPorts(unsigned short* pP
         std::copy(ports.begin(), ports.end(), list);
         *pPortsNumber = static_cast<unsigned short>(ports.size());
         *ppPortsList = list;
-    } catch (...) {
-        return E_FAIL;
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 }  // namespace sentrel

@@ -8,8 +8,8 @@
 #include <mutex>
 #include <string>
 
-#include "manager/com_object_root.h"
-#include "manager/connection_point_container.h"
+#include "com/com_object_root.h"
+#include "com/connection_point_container.h"
 #include "manager/web_filter_events_proxy.h"
 #include "manager/web_filter_manager_wnd.h"
 #include "manager/web_filter_state.h"

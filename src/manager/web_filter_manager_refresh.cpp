@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "manager/com_ptr.h"
+#include "com/com_ptr.h"
 #include "module/log/logger.h"
 #include "policy/web_filter_xml_processor.h"
 

@@ -6,7 +6,7 @@
 #include <objbase.h>
 #include <olectl.h>
 
-#include "manager/com_object.h"
+#include "com/com_object.h"
 #include "manager/web_filter_manager.h"
 #include "module/app_id.h"
 #include "module/proxy_stub.h"

@@ -2,9 +2,9 @@
 
 #include <windows.h>
 
+#include "com/unique_resource.h"
 #include "module/registration_scope.h"
 #include "module/registry_script.h"
-#include "shared/unique_resource.h"
 
 namespace sentrel {
 

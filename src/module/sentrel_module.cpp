@@ -3,9 +3,9 @@
 #include <objbase.h>
 
 #include <array>
-#include <new>
 #include <optional>
 
+#include "com/com_boundary.h"
 #include "module/registry_script.h"
 #include "module/thread_locale_scope.h"
 #include "module/type_library_registration.h"
@@ -109,11 +109,7 @@ HRESULT CSentrelModule::Install(bool install, const wchar_t* commandLine) noexce
 }
 
 HRESULT CSentrelModule::UpdateRegistry(RegistrationScope scope, RegistrarMode mode) noexcept {
-    try {
-        return UpdateRegistryInLocale(scope, mode);
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
+    return ComBoundary(E_OUTOFMEMORY, E_FAIL, [&] { return UpdateRegistryInLocale(scope, mode); });
 }
 
 HRESULT CSentrelModule::UpdateRegistryInLocale(RegistrationScope scope, RegistrarMode mode) {

@@ -5,8 +5,8 @@
 #include <span>
 #include <string>
 
-#include "module/class_factory.h"
-#include "module/module_lock.h"
+#include "com/class_factory.h"
+#include "com/module_lock.h"
 #include "module/registrar.h"
 #include "module/registration_scope.h"
 #include "module/registry_script.h"
@@ -69,7 +69,8 @@ class CSentrelModule {
 
   private:
     // Registers or unregisters the module: its scripts and its type library, with the thread
-    // locale set to the system's meanwhile; running out of memory is E_OUTOFMEMORY.
+    // locale set to the system's meanwhile; running out of memory is E_OUTOFMEMORY, any other
+    // failure raised E_FAIL.
     HRESULT UpdateRegistry(RegistrationScope scope, RegistrarMode mode) noexcept;
     HRESULT UpdateRegistryInLocale(RegistrationScope scope, RegistrarMode mode);
     HRESULT RunScript(UINT resource, RegistrarMode mode, HKEY classesRoot,

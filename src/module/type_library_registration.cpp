@@ -2,7 +2,7 @@
 
 #include <oleauto.h>
 
-#include "manager/com_ptr.h"
+#include "com/com_ptr.h"
 
 namespace sentrel {
 

@@ -11,7 +11,8 @@ using HResult = std::int32_t;
 inline constexpr HResult kHResultFail = static_cast<HResult>(0x80004005u);
 inline constexpr HResult kHResultOutOfMemory = static_cast<HResult>(0x8007000Eu);
 
-// A failure that callers at a COM boundary turn into the HRESULT it carries.
+// A raised failure with the HRESULT that describes it. A COM method returns, for any failure raised
+// in it, the HRESULT that the method names (see ComBoundary), not necessarily this one.
 class HResultError : public std::runtime_error {
   public:
     explicit HResultError(HResult result) : std::runtime_error(Describe(result)), result_(result) {}

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "shared/unique_resource.h"
+#include "com/unique_resource.h"
 
 namespace sentrel {
 

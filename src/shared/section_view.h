@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "shared/unique_resource.h"
+#include "com/unique_resource.h"
 
 namespace sentrel {
 

@@ -2,8 +2,8 @@
 
 #include <process.h>
 
+#include "com/unique_resource.h"
 #include "module/log/logger.h"
-#include "shared/unique_resource.h"
 
 namespace sentrel {
 

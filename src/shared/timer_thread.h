@@ -17,7 +17,8 @@ inline constexpr UINT WM_ENABLE_TIMER = WM_USER + 101;
 
 // A thread that, while switched on, calls every subscriber's OnTimeElapsed once per period, on
 // itself, one subscriber after another. Subscribers may come and go from any thread at any time
-// (see ISubscribable for what Unsubscribe guarantees).
+// (see ISubscribable for what Unsubscribe guarantees). A WM_TIMER posted to the thread is a tick
+// like the timer's own, so a tick can be given by hand without waiting for a period.
 class TimerThread : public CThreadBase, public ISubscribable<ITimerSubscriber, MonitoredSection> {
   public:
     explicit TimerThread(std::uint32_t periodMs);

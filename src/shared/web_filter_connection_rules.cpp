@@ -8,8 +8,8 @@
 #include <cstring>
 #include <span>
 
-#include "shared/unique_resource.h"
-#include "shared/wide_text.h"
+#include "com/unique_resource.h"
+#include "com/wide_text.h"
 
 namespace sentrel {
 

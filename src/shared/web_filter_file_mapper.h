@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "com/unique_resource.h"
 #include "shared/section_view.h"
-#include "shared/unique_resource.h"
 
 namespace sentrel {
 

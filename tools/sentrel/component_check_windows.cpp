@@ -10,9 +10,9 @@
 #include <string>
 
 #include "check_urls.h"
+#include "com/bstr.h"
+#include "com/com_ptr.h"
 #include "loaded_policy.h"
-#include "manager/bstr.h"
-#include "manager/com_ptr.h"
 #include "policy_file.h"
 #include "sentrel_h.h"
 #include "utf8.h"

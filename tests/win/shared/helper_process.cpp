@@ -1,42 +1,33 @@
 #include "helper_process.h"
 
-#include <vector>
+#include <cstdint>
 
 namespace sentrel::test {
 
 namespace {
 
-std::wstring HelperPath(const wchar_t* program) {
-    std::vector<wchar_t> path(MAX_PATH);
-    for (;;) {
-        const DWORD length =
-            GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-        if (length < path.size()) {
-            std::wstring own(path.data(), length);
-            return own.substr(0, own.find_last_of(L"\\/") + 1) + program;
-        }
-        path.resize(path.size() * 2);
-    }
+std::wstring HelperCommand(const wchar_t* program, const std::wstring& arguments) {
+    wchar_t path[MAX_PATH];
+    const std::wstring own(path, GetModuleFileNameW(nullptr, path, MAX_PATH));
+    return Quote(own.substr(0, own.find_last_of(L"\\/") + 1) + program) + L" " + arguments;
 }
 
 }  // namespace
 
-HelperProcess::HelperProcess(const wchar_t* program, const std::wstring& arguments)
-    : process_(std::make_unique<ChildProcess>(Quote(HelperPath(program)) + L" " + arguments)) {}
-
-NamedEvent::NamedEvent(const wchar_t* purpose)
-    : name_(std::wstring(L"SentrelTest.") + purpose + L"." +
-            std::to_wstring(GetCurrentProcessId()) + L"." + std::to_wstring(GetTickCount64())),
-      event_(CreateEventW(nullptr, TRUE, FALSE, name_.c_str())) {}
-
 HoldingHelper::HoldingHelper(const wchar_t* program, const std::wstring& arguments)
-    : ready_(L"ready"),
-      release_(L"release"),
-      process_(program, arguments + L" " + ready_.Name() + L" " + release_.Name()) {}
+    : name_(L"SentrelTest." + std::to_wstring(GetCurrentProcessId()) + L"." +
+            std::to_wstring(reinterpret_cast<std::uintptr_t>(this)) + L"."),
+      ready_(CreateEventW(nullptr, TRUE, FALSE, (name_ + L"r").c_str())),
+      release_(CreateEventW(nullptr, TRUE, FALSE, (name_ + L"x").c_str())),
+      process_(HelperCommand(program, arguments + L" " + name_ + L"r " + name_ + L"x")) {}
+
+bool HoldingHelper::WaitReady(DWORD timeoutMs) const {
+    return WaitForSingleObject(ready_.Get(), timeoutMs) == WAIT_OBJECT_0;
+}
 
 DWORD HoldingHelper::Release(DWORD timeoutMs) {
-    release_.Set();
-    return process_.WaitForExit(timeoutMs);
+    SetEvent(release_.Get());
+    return process_.WaitForExit(timeoutMs).value_or(0xFFFFFFFF);
 }
 
 bool WaitForNamedEvent(const wchar_t* name, DWORD timeoutMs) {

@@ -6,8 +6,7 @@
 
 namespace sentrel::test {
 
-// Polls the condition until it holds or the time is up; true when it held. For waiting on
-// another thread's progress without assuming how fast it is.
+// Polls the condition until it holds (true) or the time is up (false).
 inline bool WaitUntil(const std::function<bool()>& condition,
                       std::chrono::milliseconds timeout = std::chrono::milliseconds(10000)) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;

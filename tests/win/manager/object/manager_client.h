@@ -7,11 +7,11 @@
 #include <string>
 #include <string_view>
 
-#include "manager/bstr.h"
-#include "manager/com_object.h"
-#include "manager/com_ptr.h"
+#include "com/bstr.h"
+#include "com/class_factory.h"
+#include "com/com_object.h"
+#include "com/com_ptr.h"
 #include "manager/web_filter_manager.h"
-#include "module/class_factory.h"
 
 namespace sentrel::test {
 

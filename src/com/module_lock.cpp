@@ -1,0 +1,7 @@
+#include "com/module_lock.h"
+
+namespace sentrel {
+
+constinit ModuleLockCount TheModuleLockCount;
+
+}  // namespace sentrel

@@ -1,7 +1,0 @@
-#include "module/module_lock.h"
-
-namespace sentrel {
-
-constinit ModuleLockCount TheModuleLockCount;
-
-}  // namespace sentrel
