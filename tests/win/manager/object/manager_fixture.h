@@ -81,14 +81,6 @@ inline Content Handed(::WebFilterType type, int refreshMode, const std::u16strin
     return {S_OK, type, refreshMode, u"\uFEFF" + document};
 }
 
-// The shared section's stamp, type and text; nothing when there is no section.
-using Section = std::tuple<std::uint32_t, std::uint16_t, std::u16string>;
-inline std::optional<Section> Published() {
-    const std::optional<SectionContent> section = ProbeSection();
-    return section ? std::optional(Section{section->stamp, section->type, section->text})
-                   : std::nullopt;
-}
-
 // A tick of the object's timer, by hand on the calling thread (the manager is linked in).
 inline void Tick(IWebFilterManager& object) {
     static_cast<CWebFilterManager&>(object).OnTimeElapsed();

@@ -31,23 +31,23 @@ struct SetCase {
     std::vector<std::pair<::WebFilterType, std::u16string>> calls;
     HRESULT result;
     Content content;
-    std::optional<Section> published;
+    std::optional<SectionContent> published;  // nothing: no section
     std::u16string url;
     long allowed;
 };
 const SetCase kSetCases[] = {
     SetCase("APolicyIsReadAnewAndItsTextPublishedUpToAZero",
             {{kPolicy, u" " + kModeTwo + u"\0tail"s}}, S_OK, Handed(kPolicy, 2, kModeTwo),
-            Section(1, kPolicy, u" " + kModeTwo), u"http://b.example\0.d/"s, 0),
+            SectionContent{1, kPolicy, u" " + kModeTwo}, u"http://b.example\0.d/"s, 0),
     SetCase("BlockAllPublishesListsItDoesNotRead", {{kAll, kModeZero}}, S_OK,
-            Handed(kAll, 0, Document(0)), Section(1, kAll, kModeZero), u"about:blank", 1),
+            Handed(kAll, 0, Document(0)), SectionContent{1, kAll, kModeZero}, u"about:blank", 1),
     SetCase("BlockAllPublishesRefreshModeZero", {{kPolicy, kModeTwo}, {kAll, u""}}, S_OK,
-            Handed(kAll, 0, Document(0)), Section(2, kAll, Document(0)), u"http://d/", 0),
+            Handed(kAll, 0, Document(0)), SectionContent{2, kAll, Document(0)}, u"http://d/", 0),
     SetCase("BlockNonePublishesTheRefreshModePublishedLast", {{kPolicy, kModeTwo}, {kNone, u""}},
-            S_OK, Handed(kNone, 0, Document(0)), Section(2, kNone, Document(2)), u"", 1),
+            S_OK, Handed(kNone, 0, Document(0)), SectionContent{2, kNone, Document(2)}, u"", 1),
     SetCase("ATypeOutsideTheEnumerationIsInForceUnreadAndNeverPublished",
             {{kPolicy, kModeTwo}, {kOutside, kModeZero}}, E_FAIL, Handed(kOutside, 0, Document(0)),
-            Section(1, kPolicy, kModeTwo), u"", 0)};
+            SectionContent{1, kPolicy, kModeTwo}, u"", 0)};
 
 TEST_F(ManagerTest, SetFilterContentPutsInForceHereAndPublishes) {
     for (const SetCase& test : kSetCases) {
@@ -64,7 +64,7 @@ TEST_F(ManagerTest, SetFilterContentPutsInForceHereAndPublishes) {
                             u"write content to file mapper"),
                   test.result == E_FAIL ? 1u : 0u);
         EXPECT_EQ(ContentOf(*object.Get()), test.content);
-        EXPECT_EQ(Published(), test.published);
+        EXPECT_EQ(ProbeSection(), test.published);
         EXPECT_EQ(Allowed(*object.Get(), test.url), test.allowed);
     }
 }
@@ -130,7 +130,7 @@ TEST_F(ManagerTest, WhenMemoryRunsOutEachCallAnswersItsHResultAndLeavesTheRest) 
     const HRESULT staged = SetContent(Manager(), kPolicy, kModeTwo);
     reader->EnableUpdate(1);
     failingFrom = kNoFailure;
-    EXPECT_EQ(Published(), Section(1, kPolicy, kModeZero));
+    EXPECT_EQ(ProbeSection(), (SectionContent{1, kPolicy, kModeZero}));
     const std::u16string failed = u" - Could not deserialize policy";
     EXPECT_EQ(std::pair(log.Count(LogLevelError, u"CWebFilterManager::SetFilterContent" + failed),
                         log.Count(LogLevelError, u"CWebFilterManager::OnTimeElapsed" + failed)),
@@ -159,6 +159,19 @@ TEST_F(ManagerTest, WhenMemoryRunsOutEachCallAnswersItsHResultAndLeavesTheRest) 
               std::tuple(E_INVALIDARG, E_OUTOFMEMORY, E_FAIL, CONNECT_E_ADVISELIMIT));
     EXPECT_EQ(std::tuple(type, refreshMode, text.Get(), allowed, cookie, fifth.References()),
               std::tuple(kPolicy, -1, nullptr, 7l, 0ul, 0l));
+}
+
+TEST_F(ManagerTest, AnAggregatedObjectLeavesItsIdentityAndCountToTheOuterObject) {
+    TestSink outer;  // any object will do as the outer one
+    ComPtr<IUnknown> inner;
+    ComPtr<IWebFilterManager> manager;
+    ComPtr<IUnknown> identity;
+    ASSERT_EQ(CreateManagerInstance(&outer, IID_IUnknown, inner.PutVoid()), S_OK);
+    const long held = outer.References();
+    ASSERT_EQ(inner->QueryInterface(IID_IWebFilterManager, manager.PutVoid()), S_OK);
+    ASSERT_EQ(manager->QueryInterface(IID_IUnknown, identity.PutVoid()), S_OK);
+    EXPECT_EQ(std::tuple(held, identity.Get(), outer.References()),
+              std::tuple(0l, static_cast<IUnknown*>(&outer), 2l));
 }
 
 }  // namespace
