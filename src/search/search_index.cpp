@@ -1,7 +1,5 @@
 #include "search/search_index.h"
 
-#include <algorithm>
-
 namespace sentrel {
 
 std::uint64_t HostKeyHash::Of(std::u16string_view key) {
@@ -95,17 +93,6 @@ PortToPathsMapTypeStruct& HostToInfoMapTypeStruct::FindOrAdd(std::u16string_view
         hosts_.emplace_front(hostKey, MakeIndexLevel<PortToPathsMapTypeStruct>(hosts_));
     table_.Insert(added, hash);
     return *added.second;
-}
-
-std::vector<const HostEntry*> HostToInfoMapTypeStruct::SortedHosts() const {
-    std::vector<const HostEntry*> sorted;
-    sorted.reserve(table_.size());
-    for (const HostEntry& entry : hosts_) {
-        sorted.push_back(&entry);
-    }
-    std::sort(sorted.begin(), sorted.end(),
-              [](const HostEntry* a, const HostEntry* b) { return a->first < b->first; });
-    return sorted;
 }
 
 }  // namespace sentrel

@@ -90,9 +90,8 @@ class HostHashTable {
 };
 
 // The host keys of one scheme with their ports: a map whose look-ups go through the hash table.
-// The entries are in no particular order, which no decision depends on; walks that list them
-// sort them. Entries and table change only through FindOrAdd, so they always hold the same
-// keys.
+// The entries are in no particular order, which no decision depends on. Entries and table change
+// only through FindOrAdd, so they always hold the same keys.
 class HostToInfoMapTypeStruct {
   public:
     using allocator_type = IndexAllocator;
@@ -103,8 +102,6 @@ class HostToInfoMapTypeStruct {
     const HostEntries& hosts() const { return hosts_; }
     std::size_t size() const { return table_.size(); }
     bool empty() const { return table_.size() == 0; }
-    // The entries in key order.
-    std::vector<const HostEntry*> SortedHosts() const;
     const PortToPathsMapTypeStruct* Find(std::u16string_view hostKey) const {
         return Find(hostKey, HostKeyHash::Of(hostKey));
     }
@@ -139,8 +136,8 @@ struct IndexEntryView {
     std::u16string_view pathKey;
 };
 
-// Calls visit(const IndexEntryView&) for every leaf in key order: a scheme without hosts, a port
-// listed for every path, or one listed path.
+// Calls visit(const IndexEntryView&) for every leaf, hosts in no particular order: a scheme
+// without hosts, a port listed for every path, or one listed path.
 template <class Visitor>
 void WalkIndex(const SchemeToInfoMapType& index, Visitor&& visit) {
     for (const auto& [schemeKey, hosts] : index) {
@@ -151,8 +148,7 @@ void WalkIndex(const SchemeToInfoMapType& index, Visitor&& visit) {
             continue;
         }
         entry.hasHost = true;
-        for (const HostEntry* host : hosts->SortedHosts()) {
-            const auto& [hostKey, ports] = *host;
+        for (const auto& [hostKey, ports] : hosts->hosts()) {
             entry.hostKey = hostKey;
             for (const auto& [port, paths] : ports->ports) {
                 entry.port = port;

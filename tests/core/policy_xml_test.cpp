@@ -195,6 +195,14 @@ TEST(DeserializePolicy, Table) {
         {"numbers are read as _wtoi reads them, and kept unsigned",
          u"<r><WFVersion>-1</WFVersion><WFRefreshMode>  +12abc</WFRefreshMode></r>",
          "v4294967295 r12"},
+        {"lists go in the order of their ids' bytes, the first three fields little-endian",
+         u"<r><BlackList><BLId>{00000000-0001-0000-0000-000000000000}</BLId></BlackList>"
+         u"<BlackList><BLId>{00000000-0000-0001-0000-000000000000}</BLId></BlackList>"
+         u"<BlackList><BLId>{00000000-0100-0000-0000-000000000000}</BLId></BlackList>"
+         u"<BlackList><BLId>{00000000-0000-0100-0000-000000000000}</BLId></BlackList></r>",
+         "v1 r0 | B {00000000-0000-0100-0000-000000000000}  [ ][ ] | B "
+         "{00000000-0000-0001-0000-000000000000}  [ ][ ] | B {00000000-0100-0000-0000-000000000000}"
+         "  [ ][ ] | B {00000000-0001-0000-0000-000000000000}  [ ][ ]"},
         {"numbers without text keep the defaults, and the last number wins",
          u"<r><WFRefreshMode/><WFVersion>5</WFVersion><x><WFVersion>6</WFVersion></x></r>",
          "v6 r0"},

@@ -27,6 +27,9 @@ TEST(WebFilterStorageDataStream, ReadsWhatWasWrittenAndNothingBeyondIt) {
         ASSERT_TRUE(storage.ReadBuffer(buffer, size) && buffer.size() == bytes.size() + 2);
         EXPECT_EQ(storage.ReadText(), expected);
     }
+    // Writing over the start of what is held keeps the rest, as a stream on memory does.
+    ASSERT_TRUE(storage.WriteText(u"AB") && storage.GetStream()->Write(AsUtf16LeBytes(u"x")));
+    EXPECT_EQ(storage.ReadText(), u"xB");
     // Opened streams start empty in memory, or in a file.
     const test::TemporaryFile file(u"sentrel-storage-\u00E9\u4E2D.xml");
     EXPECT_FALSE(storage.OpenRead(file.Path()));

@@ -74,6 +74,7 @@ TEST(CrackUrl, Table) {
 
         // User info.
         {u"http://u:p@h:81/x", "http|2|h|81|/x||u|p"},
+        {u"http://:@h/x", "http|2|h|0|/x"},
         {u"http://h:80@x/", "http|2|x|0|/||h|80"},
         {u"mailto:u@h:25", "mailto|6|h|0|||u"},
         {u"u@h:80/x", "h|-1|80|0|/x||u"},
