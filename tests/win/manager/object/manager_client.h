@@ -57,16 +57,15 @@ inline long Allowed(IWebFilterManager& manager, std::u16string_view url) {
     return Allowed(manager, Bstr::Copy(url).Get());
 }
 
-// A policy document in the writer's own form (no white space, no declaration) whose black list
+// A policy document in the writer's own form with a one-digit refresh mode and a black list that
 // denies url; without a url, the minimal document that SetFilterContent publishes for no text.
 inline std::u16string Document(int refreshMode, const std::u16string& url = u"") {
-    const std::string mode = std::to_string(refreshMode);
     const std::u16string list =
         u"<BlackList><BLId>{0D6F3A52-91C4-4E0B-8A7D-2B5C1E9F4A36}</BLId><BLName>l</BLName>"
         u"<BLDenied><BLDEntry><BLDEntryName>e</BLDEntryName><BLDEntryUrl>" +
         url + u"</BLDEntryUrl></BLDEntry></BLDenied><BLExceptions></BLExceptions></BlackList>";
-    return u"<WebFilters><WFVersion>1</WFVersion><WFRefreshMode>" +
-           std::u16string(mode.begin(), mode.end()) + u"</WFRefreshMode>" +
+    return std::u16string(u"<WebFilters><WFVersion>1</WFVersion><WFRefreshMode>") +
+           static_cast<char16_t>(u'0' + refreshMode) + u"</WFRefreshMode>" +
            (url.empty() ? u"" : list) + u"</WebFilters>";
 }
 

@@ -59,10 +59,8 @@ class TestSink final : public IWebFilterEvents {
     Events events_;
 };
 
-inline constexpr ::WebFilterType kNone = ::WebFilterBlockNone;
-inline constexpr ::WebFilterType kPolicy = ::WebFilterBlockPolicy;
-inline constexpr ::WebFilterType kAll = ::WebFilterBlockAll;
-// Policies told apart by their refresh mode and the host they deny.
+inline constexpr ::WebFilterType kNone = ::WebFilterBlockNone, kPolicy = ::WebFilterBlockPolicy,
+                                 kAll = ::WebFilterBlockAll;
 inline const std::u16string kModeZero = Document(0, u"http://a.example/");
 inline const std::u16string kModeTwo = Document(2, u"http://b.example/");
 

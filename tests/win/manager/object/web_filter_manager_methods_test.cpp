@@ -53,12 +53,12 @@ TEST_F(ManagerTest, SetFilterContentPutsInForceHereAndPublishes) {
     for (const SetCase& test : kSetCases) {
         SCOPED_TRACE(test.name);
         const ComPtr<IWebFilterManager> object = CreateManager();
-        for (std::size_t call = 0; call < test.calls.size() - 1; ++call) {
-            SetContent(*object.Get(), test.calls[call].first, test.calls[call].second);
-        }
         const LogCapture log;
-        EXPECT_EQ(SetContent(*object.Get(), test.calls.back().first, test.calls.back().second),
-                  test.result);
+        HRESULT result = E_UNEXPECTED;
+        for (const auto& [type, text] : test.calls) {
+            result = SetContent(*object.Get(), type, text);
+        }
+        EXPECT_EQ(result, test.result);
         EXPECT_EQ(log.Count(LogLevelError,
                             u"CWebFilterManager::SetFilterContent - Could not "
                             u"write content to file mapper"),
@@ -81,31 +81,32 @@ TEST_F(ManagerTest, NullOutPointersAreRefusedUntouchedSaveTheOptionalOnes) {
     EXPECT_EQ(std::tuple(refreshMode, count, ports), std::tuple(7, 9, &count));
     ::WebFilterType type = kAll;
     EXPECT_EQ(Manager().GetFilterContent(&type, nullptr, nullptr), S_OK);
-    EXPECT_EQ(type, kNone);
 }
 
-// The object lock guards the filter in force: a decision and a read wait while another holds it.
-TEST_F(ManagerTest, DecisionsAndReadsWaitForTheObjectLock) {
+// Decisions, loads (an object loads its own publication back) and Unadvise wait for the lock.
+TEST_F(ManagerTest, DecisionsLoadsAndUnadviseWaitForTheObjectLock) {
+    ASSERT_EQ(SetContent(Manager(), kPolicy, kModeTwo), S_OK);  // loaded back at a tick, silently
     std::unique_lock lock(static_cast<CWebFilterManager&>(Manager()).GetLock());
     auto decided = std::async(std::launch::async, [&] { return Allowed(Manager(), u"h"); });
-    auto read = std::async(std::launch::async, [&] { return ContentOf(Manager()); });
-    EXPECT_EQ(std::pair(decided.wait_for(100ms), read.wait_for(1ms)),
-              std::pair(std::future_status::timeout, std::future_status::timeout));
+    auto left = std::async(std::launch::async, [&] { return EventsPoint(Manager())->Unadvise(1); });
+    auto loaded = std::async(std::launch::async, [&] { Tick(Manager()); });
+    const auto waiting = std::future_status::timeout;
+    EXPECT_EQ(std::tuple(decided.wait_for(100ms), left.wait_for(1ms), loaded.wait_for(1ms)),
+              std::tuple(waiting, waiting, waiting));
     lock.unlock();
-    EXPECT_EQ(std::pair(decided.get(), std::get<0>(read.get())), std::pair(1l, S_OK));
+    EXPECT_EQ(std::pair(decided.get(), left.get()), std::pair(0l, CONNECT_E_NOCONNECTION));
 }
 
-// Read by each object when it is made: port 80 filtered, Browser.exe allowed on it.
+// Read by each object when it is made: port 80 filtered (two bytes carry it), Browser.exe allowed.
 TEST_F(ManagerTest, ConnectionsAreDecidedFromTheKeysReadAtCreation) {
     const DWORD http = 80;
-    ASSERT_TRUE(SetMachineValue(WebFilterConnectionRules::kFilteredPortsKey, L"http", REG_DWORD,
-                                &http, sizeof(http)));
+    ASSERT_TRUE(
+        SetMachineValue(WebFilterConnectionRules::kFilteredPortsKey, L"http", REG_DWORD, &http, 2));
     ASSERT_TRUE(SetMachineValue(WebFilterConnectionRules::kAllowedProcessesKey, L"b", REG_SZ,
                                 L"Browser.exe", sizeof(L"Browser.exe")));
     const ComPtr<IWebFilterManager> object = CreateManager();
     ASSERT_TRUE(RemoveConnectionRulesKeys());
-    long browser = -1;
-    long other = -1;
+    long browser = -1, other = -1;
     EXPECT_EQ(object->IsProcessConnectionAllowed(Bstr::Copy(u"BROWSER.EXE").Get(), 80, &browser),
               S_OK);
     EXPECT_EQ(object->IsProcessConnectionAllowed(Bstr::Copy(u"a.exe").Get(), 80, &other), S_OK);
@@ -130,7 +131,6 @@ TEST_F(ManagerTest, WhenMemoryRunsOutEachCallAnswersItsHResultAndLeavesTheRest) 
     const HRESULT staged = SetContent(Manager(), kPolicy, kModeTwo);
     reader->EnableUpdate(1);
     failingFrom = kNoFailure;
-    EXPECT_EQ(ProbeSection(), (SectionContent{1, kPolicy, kModeZero}));
     const std::u16string failed = u" - Could not deserialize policy";
     EXPECT_EQ(std::pair(log.Count(LogLevelError, u"CWebFilterManager::SetFilterContent" + failed),
                         log.Count(LogLevelError, u"CWebFilterManager::OnTimeElapsed" + failed)),
@@ -159,6 +159,7 @@ TEST_F(ManagerTest, WhenMemoryRunsOutEachCallAnswersItsHResultAndLeavesTheRest) 
               std::tuple(E_INVALIDARG, E_OUTOFMEMORY, E_FAIL, CONNECT_E_ADVISELIMIT));
     EXPECT_EQ(std::tuple(type, refreshMode, text.Get(), allowed, cookie, fifth.References()),
               std::tuple(kPolicy, -1, nullptr, 7l, 0ul, 0l));
+    EXPECT_EQ(EventsPoint(Manager())->Unadvise(4), S_OK);  // the last slot's cookie
 }
 
 TEST_F(ManagerTest, AnAggregatedObjectLeavesItsIdentityAndCountToTheOuterObject) {
@@ -167,11 +168,10 @@ TEST_F(ManagerTest, AnAggregatedObjectLeavesItsIdentityAndCountToTheOuterObject)
     ComPtr<IWebFilterManager> manager;
     ComPtr<IUnknown> identity;
     ASSERT_EQ(CreateManagerInstance(&outer, IID_IUnknown, inner.PutVoid()), S_OK);
-    const long held = outer.References();
     ASSERT_EQ(inner->QueryInterface(IID_IWebFilterManager, manager.PutVoid()), S_OK);
     ASSERT_EQ(manager->QueryInterface(IID_IUnknown, identity.PutVoid()), S_OK);
-    EXPECT_EQ(std::tuple(held, identity.Get(), outer.References()),
-              std::tuple(0l, static_cast<IUnknown*>(&outer), 2l));
+    EXPECT_EQ(std::pair(identity.Get(), outer.References()),
+              std::pair(static_cast<IUnknown*>(&outer), 2l));
 }
 
 }  // namespace
