@@ -1,94 +1,130 @@
 #pragma once
 
-#include <windows.h>
-
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <list>
-#include <thread>
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <tuple>
+#include <utility>
+#include <vector>
 
-#include "com/com_ptr.h"
 #include "com/module_lock.h"
 #include "manager_client.h"
 #include "section_probe.h"
-#include "sentrel_h.h"
-#include "test_doubles.h"
 #include "thread_test_support.h"
 
 namespace sentrel::test {
 
-// Long enough for several ticks of a manager's 500 ms timer, for tests that make sure something
-// does NOT happen.
-inline constexpr std::chrono::milliseconds kSeveralTicks{1200};
+// The events a sink received: the type of each and the thread it arrived on.
+using Events = std::vector<std::pair<::WebFilterType, DWORD>>;
 
-// A test on a thread of the multi-threaded apartment, with a manager object of its own. Each test
-// starts with no shared section, and ends with every object it made destroyed (the module's lock
-// count back where it was), so that the section goes with them.
+// An IWebFilterEvents sink whose count only tells who holds it: it never deletes itself.
+class TestSink final : public IWebFilterEvents {
+  public:
+    explicit TestSink(HRESULT queryResult = S_OK, HRESULT eventResult = S_OK)
+        : queryResult_(queryResult), eventResult_(eventResult) {}
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        const HRESULT result = InlineIsEqualGUID(iid, IID_IWebFilterEvents) ? queryResult_
+                               : InlineIsEqualGUID(iid, IID_IUnknown)       ? S_OK
+                                                                            : E_NOINTERFACE;
+        *object = SUCCEEDED(result) ? static_cast<IWebFilterEvents*>(this) : nullptr;
+        references_ += SUCCEEDED(result) ? 1 : 0;
+        return result;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references_); }
+    ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--references_); }
+
+    // Recorded without a lock: tests read the events on the thread that received them, or once the
+    // object that sent them has gone. Then onEvent runs.
+    HRESULT STDMETHODCALLTYPE OnFilterContentChanged(::WebFilterType type) override {
+        events_.emplace_back(type, GetCurrentThreadId());
+        if (onEvent) {
+            onEvent();
+        }
+        return eventResult_;
+    }
+
+    long References() const { return references_.load(); }
+    const Events& Received() const { return events_; }
+
+    std::function<void()> onEvent;
+
+  private:
+    const HRESULT queryResult_;
+    const HRESULT eventResult_;
+    std::atomic<long> references_{0};
+    Events events_;
+};
+
+inline constexpr ::WebFilterType kNone = ::WebFilterBlockNone;
+inline constexpr ::WebFilterType kPolicy = ::WebFilterBlockPolicy;
+inline constexpr ::WebFilterType kAll = ::WebFilterBlockAll;
+// Policies told apart by their refresh mode and the host they deny.
+inline const std::u16string kModeZero = Document(0, u"http://a.example/");
+inline const std::u16string kModeTwo = Document(2, u"http://b.example/");
+
+// GetFilterContent's result, type, refresh mode and text.
+using Content = std::tuple<HRESULT, ::WebFilterType, int, std::u16string>;
+inline Content ContentOf(IWebFilterManager& manager) {
+    Content content{E_UNEXPECTED, kNone, -1, u""};
+    Bstr text;
+    std::get<0>(content) =
+        manager.GetFilterContent(&std::get<1>(content), text.Put(), &std::get<2>(content));
+    std::get<3>(content) = text.View();
+    return content;
+}
+// What GetFilterContent hands back for a policy whose document is given in the writer's form.
+inline Content Handed(::WebFilterType type, int refreshMode, const std::u16string& document) {
+    return {S_OK, type, refreshMode, u"\uFEFF" + document};
+}
+
+// A tick of the object's timer, by hand on the calling thread (the manager is linked in).
+inline void Tick(IWebFilterManager& object) {
+    static_cast<CWebFilterManager&>(object).OnTimeElapsed();
+}
+
+inline ComPtr<IConnectionPoint> EventsPoint(IUnknown& object) {
+    ComPtr<IConnectionPointContainer> container;
+    ComPtr<IConnectionPoint> point;
+    object.QueryInterface(IID_IConnectionPointContainer, container.PutVoid());
+    container->FindConnectionPoint(IID_IWebFilterEvents, point.Put());
+    return point;
+}
+inline DWORD Advise(IUnknown& object, TestSink& sink) {
+    DWORD cookie = 0;
+    EventsPoint(object)->Advise(&sink, &cookie);
+    return cookie;
+}
+
+// A test in the multi-threaded apartment with an object of its own. It starts with no shared
+// section and ends with every object it made destroyed once, and every sink released.
 class ManagerTest : public testing::Test {
   protected:
     void SetUp() override {
-        ASSERT_EQ(com_.Result(), S_OK);
-        ASSERT_FALSE(ProbeSection().has_value()) << "a section outlived the previous test";
+        ASSERT_FALSE(ProbeSection()) << "a section outlived the previous test";
         manager_ = CreateManager();
-        ASSERT_TRUE(manager_);
     }
-
     void TearDown() override {
         manager_.Reset();
-        EXPECT_TRUE(WaitUntil([&] { return TheModuleLockCount.GetLockCount() == startLocks_; }))
-            << TheModuleLockCount.GetLockCount() - startLocks_ << " objects outlived the test";
+        EXPECT_TRUE(WaitUntil([&] { return TheModuleLockCount.GetLockCount() == locks_; }));
+        for (const TestSink& sink : sinks_) {
+            EXPECT_EQ(sink.References(), 0);
+        }
     }
 
     IWebFilterManager& Manager() { return *manager_.Get(); }
-
-    const ComInit com_{COINIT_MULTITHREADED};
-    const LONG startLocks_ = TheModuleLockCount.GetLockCount();
-    ComPtr<IWebFilterManager> manager_;
-};
-
-// The fixture's object publishes; the tests make the objects that listen.
-class EventsTest : public ManagerTest {
-  protected:
-    // Outlives every object of the test, which may still call or release it until it goes.
+    // A sink that outlives every object of the test.
     TestSink& MakeSink(HRESULT queryResult = S_OK, HRESULT eventResult = S_OK) {
         return sinks_.emplace_back(queryResult, eventResult);
     }
 
-    static DWORD Advise(IUnknown& object, TestSink& sink) {
-        DWORD cookie = 0;
-        const ComPtr<IConnectionPoint> point = EventsPoint(object);
-        EXPECT_TRUE(point);
-        if (point) {
-            EXPECT_EQ(point->Advise(static_cast<IUnknown*>(&sink), &cookie), S_OK);
-        }
-        return cookie;
-    }
-
-    // A listening object with one sink advised and updating on.
-    ComPtr<IWebFilterManager> Listener(TestSink& sink) {
-        ComPtr<IWebFilterManager> listener = CreateManager();
-        EXPECT_TRUE(listener);
-        if (listener) {
-            Advise(*listener.Get(), sink);
-            EXPECT_EQ(listener->EnableUpdate(1), S_OK);
-        }
-        return listener;
-    }
-
-    static bool WaitForEvents(const TestSink& sink, std::size_t count) {
-        return WaitUntil([&] { return sink.Events().size() >= count; });
-    }
-
-    static bool WaitForText(IWebFilterManager& manager, const std::u16string& document) {
-        return WaitUntil([&] { return ContentOf(manager).text == kByteOrderMark + document; });
-    }
-
-    std::list<TestSink> sinks_;
+    const ComInit com_{COINIT_MULTITHREADED};
+    const LONG locks_ = TheModuleLockCount.GetLockCount();
+    std::deque<TestSink> sinks_;
+    ComPtr<IWebFilterManager> manager_;
 };
-
-inline void SleepFor(std::chrono::milliseconds time) {
-    std::this_thread::sleep_for(time);
-}
 
 }  // namespace sentrel::test
