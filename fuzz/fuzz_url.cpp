@@ -34,7 +34,7 @@ void RequireSound(const BoundedText<Limit>& text) {
 void RequireCleared(const CrackedUrl& cracked) {
     Require(cracked.scheme.empty() && cracked.host.empty() && cracked.userName.empty() &&
             cracked.password.empty() && cracked.path.empty() && cracked.tail.empty());
-    Require(cracked.schemeId == UrlScheme::Other && cracked.port == 0);
+    Require(cracked.schemeId == UrlScheme::Other && cracked.port == 0 && !cracked.portNamed);
 }
 
 void RequireSound(const CrackedUrl& cracked) {

@@ -15,7 +15,7 @@ bash scripts/setup.sh
 
 echo "== building Sentrel64.dll, the example client and the sentrel tool ($build, mingw-w64)"
 cmake -S . -B "$build" -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake \
-  -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSENTREL_WERROR=ON >/dev/null
 cmake --build "$build" -j"$jobs" --target Sentrel64 sentrel_client sentrel >/dev/null
 
 # Every Windows program runs under Wine in the demo's own prefix, created on first use; its server

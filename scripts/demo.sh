@@ -8,7 +8,8 @@ echo "== installing what is missing"
 bash scripts/setup.sh
 
 echo "== building the sentrel tool (build/native)"
-cmake -S . -B build/native -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+# The same settings as scripts/test.sh, which builds the same tree.
+cmake -S . -B build/native -DCMAKE_BUILD_TYPE=Release -DSENTREL_WERROR=ON >/dev/null
 cmake --build build/native -j"$(nproc 2>/dev/null || echo 2)" --target sentrel >/dev/null
 
 sentrel=build/native/tools/sentrel

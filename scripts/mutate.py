@@ -101,8 +101,9 @@ class Platform:
                    if shutil.which("ccache")]
         if self.name == "windows":
             options.append(f"-DCMAKE_TOOLCHAIN_FILE={self.tree}/cmake/mingw-w64.cmake")
-        command = ["cmake", "-S", self.tree, "-B", self.build, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
-                   *options]
+        build_type = "RelWithDebInfo" if self.name == "windows" else "Release"
+        command = ["cmake", "-S", self.tree, "-B", self.build, f"-DCMAKE_BUILD_TYPE={build_type}",
+                   "-DSENTREL_WERROR=ON", *options]
         if run(command, self.logs / f"configure-{self.name}.log") != 0:
             sys.exit(f"mutate: configuring {self.build} failed (see {self.logs})")
 

@@ -9,7 +9,8 @@ fuzz_seconds=${SENTREL_FUZZ_SECONDS:-60}
 
 echo "== sanitizer build (build/sanitize, clang)"
 cmake -S . -B build/sanitize -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DCMAKE_BUILD_TYPE=Debug -DSENTREL_SANITIZE=ON -DSENTREL_FUZZ=ON >/dev/null
+  -DCMAKE_BUILD_TYPE=Debug -DSENTREL_SANITIZE=ON -DSENTREL_FUZZ=ON \
+  -DSENTREL_WERROR=ON >/dev/null
 cmake --build build/sanitize -j"$jobs"
 
 echo "== tests under ASan+UBSan"

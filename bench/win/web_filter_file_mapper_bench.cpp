@@ -26,7 +26,7 @@ std::u16string Ascii(const std::string& text) {
 }
 
 void AppendElement(std::u16string& out, const char* name, const std::u16string& value) {
-    out += u"<" + Ascii(name) + u">" + value + u"</" + Ascii(name) + u">";
+    out += u'<' + Ascii(name) + u'>' + value + u"</" + Ascii(name) + u'>';
 }
 
 // A policy document in the shape the manager publishes: a byte order mark, then WebFilters with
@@ -51,11 +51,11 @@ std::u16string MakeDocument(std::size_t entries, char16_t variant) {
                 exceptions ? prefix + "Exceptions" : prefix + (white ? "Accepted" : "Denied");
             const std::string entry =
                 prefix + (exceptions ? "EEntry" : (white ? "AEntry" : "DEntry"));
-            out += u"<" + Ascii(container) + u">";
+            out += u'<' + Ascii(container) + u'>';
             const std::size_t count = exceptions ? perList / 4 : perList - perList / 4;
             for (std::size_t i = 0; i < count; ++i, ++number) {
                 const std::string site = "site" + std::to_string(number);
-                out += u"<" + Ascii(entry) + u">";
+                out += u'<' + Ascii(entry) + u'>';
                 AppendElement(out, (entry + "Name").c_str(),
                               Ascii("Site " + std::to_string(number)));
                 AppendElement(out, (entry + "Url").c_str(),

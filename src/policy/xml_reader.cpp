@@ -72,6 +72,43 @@ void AppendCodePoint(std::u16string& text, char32_t codePoint) {
     text.push_back(static_cast<char16_t>(0xDC00 + (offset & 0x3FF)));
 }
 
+bool IsDigit(char16_t ch) {
+    return DigitValue(ch, false) >= 0;
+}
+
+bool IsAsciiLetter(char16_t ch) {
+    return (ch >= u'a' && ch <= u'z') || (ch >= u'A' && ch <= u'Z');
+}
+
+// The forms of the declaration's values. An encoding name only has to be one: the input is read
+// as UTF-16LE whatever it names.
+bool IsVersionNumber(std::u16string_view value) {
+    return value.size() > 2 && value.starts_with(u"1.") &&
+           std::all_of(value.begin() + 2, value.end(), IsDigit);
+}
+
+bool IsEncodingName(std::u16string_view value) {
+    return !value.empty() && IsAsciiLetter(value.front()) &&
+           std::all_of(value.begin() + 1, value.end(), [](char16_t ch) {
+               return IsAsciiLetter(ch) || IsDigit(ch) || ch == u'.' || ch == u'_' || ch == u'-';
+           });
+}
+
+bool IsStandaloneValue(std::u16string_view value) {
+    return value == u"yes" || value == u"no";
+}
+
+// The declaration's pseudo-attributes in the only order they may stand in.
+struct PseudoAttribute {
+    std::u16string_view name;
+    bool (*isValid)(std::u16string_view value);
+};
+constexpr PseudoAttribute kDeclarationAttributes[] = {
+    {u"version", IsVersionNumber},
+    {u"encoding", IsEncodingName},
+    {u"standalone", IsStandaloneValue},
+};
+
 char32_t PredefinedEntity(std::u16string_view name) {
     static constexpr std::pair<std::u16string_view, char32_t> kEntities[] = {
         {u"lt", U'<'}, {u"gt", U'>'}, {u"amp", U'&'}, {u"apos", U'\''}, {u"quot", U'"'},
@@ -285,8 +322,7 @@ XmlReader::Scan XmlReader::ParseProcessingInstruction(std::size_t start) {
         if (scan != Scan::Done) {
             return scan;
         }
-        if (attributeNames_.empty() || attributeNames_.front() != u"version" ||
-            HasDuplicateAttribute()) {
+        if (!IsWellFormedDeclaration()) {
             return Scan::Malformed;
         }
         SetNode(XmlNodeType::XmlDeclaration, {}, {}, i);
@@ -459,7 +495,7 @@ XmlReader::Scan XmlReader::ParseName(std::size_t& i, std::size_t& localStart) co
 }
 
 XmlReader::Scan XmlReader::ParseAttributes(std::size_t& i, bool declaration, bool& empty) {
-    attributeNames_.clear();
+    attributes_.clear();
     for (;;) {
         const std::size_t afterPrevious = i;
         SkipWhiteSpace(i);
@@ -492,7 +528,7 @@ XmlReader::Scan XmlReader::ParseAttributes(std::size_t& i, bool declaration, boo
         if (scan != Scan::Done) {
             return scan;
         }
-        attributeNames_.push_back(Slice(nameStart, i));
+        const std::u16string_view name = Slice(nameStart, i);
         SkipWhiteSpace(i);
         if (!Has(i)) {
             return Scan::Incomplete;
@@ -502,10 +538,12 @@ XmlReader::Scan XmlReader::ParseAttributes(std::size_t& i, bool declaration, boo
         }
         ++i;
         SkipWhiteSpace(i);
+        const std::size_t valueStart = i;
         scan = ParseAttributeValue(i);
         if (scan != Scan::Done) {
             return scan;
         }
+        attributes_.push_back({name, Slice(valueStart + 1, i - 1)});
     }
 }
 
@@ -611,9 +649,29 @@ void XmlReader::SkipWhiteSpace(std::size_t& i) const {
 }
 
 bool XmlReader::HasDuplicateAttribute() {
-    std::sort(attributeNames_.begin(), attributeNames_.end());
-    return std::adjacent_find(attributeNames_.begin(), attributeNames_.end()) !=
-           attributeNames_.end();
+    std::sort(attributes_.begin(), attributes_.end(),
+              [](const Attribute& a, const Attribute& b) { return a.name < b.name; });
+    return std::adjacent_find(attributes_.begin(), attributes_.end(),
+                              [](const Attribute& a, const Attribute& b) {
+                                  return a.name == b.name;
+                              }) != attributes_.end();
+}
+
+// Version first, then optionally encoding, then optionally standalone, each with a value of its
+// own form, and nothing else.
+bool XmlReader::IsWellFormedDeclaration() const {
+    std::size_t next = 0;
+    for (const auto& [name, isValid] : kDeclarationAttributes) {
+        if (next < attributes_.size() && attributes_[next].name == name) {
+            if (!isValid(attributes_[next].value)) {
+                return false;
+            }
+            ++next;
+        } else if (next == 0) {
+            return false;  // the version may not be left out
+        }
+    }
+    return next == attributes_.size();
 }
 
 void XmlReader::SetNode(XmlNodeType type, std::u16string_view localName, std::u16string_view value,

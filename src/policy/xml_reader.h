@@ -81,6 +81,7 @@ class XmlReader {
     Scan CheckChar(std::size_t& i) const;
     void SkipWhiteSpace(std::size_t& i) const;
     bool HasDuplicateAttribute();
+    bool IsWellFormedDeclaration() const;
     void SetNode(XmlNodeType type, std::u16string_view localName, std::u16string_view value,
                  std::size_t next);
 
@@ -99,7 +100,11 @@ class XmlReader {
     Phase phase_ = Phase::Initial;
     std::u16string openNames_;  // the qualified names of the open elements, one after the other
     std::vector<std::size_t> openNameStarts_;
-    std::vector<std::u16string_view> attributeNames_;
+    struct Attribute {
+        std::u16string_view name;
+        std::u16string_view value;  // as written between its quotes
+    };
+    std::vector<Attribute> attributes_;
     std::u16string expanded_;  // a text's value when it differs from its literal form
 
     XmlNodeType nodeType_ = XmlNodeType::Text;

@@ -187,14 +187,14 @@ class UrlCracker {
         }
         const std::u16string_view after = text_.substr(afterBegin, pos_ - afterBegin);
         const bool endsAtUser = At(pos_) == u'@';
-        if (!havePort_ && !endsAtUser) {
+        if (!out_.portNamed && !endsAtUser) {
             if (!out_.host.Assign(before)) {
                 return FailNext(CrackFailure::HostTooLong);
             }
             // Only the low 16 bits of the number remain.
             out_.port =
                 static_cast<std::uint16_t>(static_cast<std::uint32_t>(UrlTextToInt32(after)));
-            havePort_ = true;
+            out_.portNamed = true;
             haveHost_ = true;
         } else if (!haveUser_ && endsAtUser) {
             if (!out_.userName.Assign(before) || !out_.password.Assign(after)) {
@@ -239,7 +239,6 @@ class UrlCracker {
     bool haveScheme_ = false;
     bool haveUser_ = false;
     bool haveHost_ = false;
-    bool havePort_ = false;
     bool inBrackets_ = false;
     CrackFailure failure_ = CrackFailure::None;
 };
@@ -264,6 +263,7 @@ void CrackedUrl::Clear() {
     path.Clear();
     tail.Clear();
     port = 0;
+    portNamed = false;
 }
 
 bool CrackUrl(std::u16string_view text, CrackedUrl& out, CrackFailure* why) {

@@ -74,6 +74,7 @@ struct CrackedUrl {
     BoundedText<2048> path;  // with its leading '/' if it has one
     BoundedText<2048> tail;  // from the '?' or '#' that ended the path
     std::uint16_t port = 0;  // 0 when the URL names none or its scheme takes none
+    bool portNamed = false;  // whether the URL named a port, whatever its value
 
     void Clear();
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 #include "search/cracked_url.h"
@@ -20,6 +21,14 @@ std::u16string_view SchemeKey(const CrackedUrl& cracked);
 
 // The host without one leading "www.".
 std::u16string_view HostKey(const CrackedUrl& cracked);
+
+// The host-suffix walk over a host key: the candidate that follows the one at start begins after
+// the first '.' past the candidate's first character; none (npos) when no such '.' stands or
+// nothing follows it.
+inline std::size_t NextHostCandidate(std::u16string_view hostKey, std::size_t start) {
+    const std::size_t dot = hostKey.find(u'.', start + 1);
+    return dot == hostKey.npos || dot + 1 == hostKey.size() ? hostKey.npos : dot + 1;
+}
 
 // The path without one leading and then one trailing '/'.
 std::u16string_view PathKey(const CrackedUrl& cracked);

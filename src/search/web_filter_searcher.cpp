@@ -152,13 +152,9 @@ bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToIn
     constexpr std::size_t kMaxCandidates = decltype(cracked.host)::kLimit / 2 + 1;
     std::array<std::size_t, kMaxCandidates> starts;
     std::size_t count = 0;
-    for (std::size_t start = 0;;) {
+    for (std::size_t start = 0; start != hostKey.npos && count < starts.size();
+         start = NextHostCandidate(hostKey, start)) {
         starts[count++] = start;
-        const std::size_t dot = hostKey.find(u'.', start + 1);
-        if (dot == hostKey.npos || dot + 1 == hostKey.size() || count == starts.size()) {
-            break;
-        }
-        start = dot + 1;
     }
     // Their hashes in one pass from the right.
     std::array<std::uint64_t, kMaxCandidates> hashes;

@@ -15,7 +15,7 @@ namespace {
 // in key order with its type, id, name and entries (entry ids are not part of a document).
 std::string Describe(const WebFilterPolicy& policy) {
     std::string text =
-        "v" + std::to_string(policy.version) + " r" + std::to_string(policy.GetRefreshMode());
+        'v' + std::to_string(policy.version) + " r" + std::to_string(policy.GetRefreshMode());
     for (const auto& [key, list] : policy.lists) {
         text += (list.type == FilterListWhite ? " | W " : " | B ") +
                 test::Readable(GuidToText(key)) + (list.id == key ? " " : " (id differs) ") +
@@ -23,7 +23,7 @@ std::string Describe(const WebFilterPolicy& policy) {
         for (const FilterEntrySequence* entries : {&list.mainEntries, &list.exceptionEntries}) {
             text += "[";
             for (const FilterEntry& entry : *entries) {
-                text += " " + test::Readable(entry.name) + "=" + test::Readable(entry.url);
+                text += ' ' + test::Readable(entry.name) + '=' + test::Readable(entry.url);
             }
             text += " ]";
         }

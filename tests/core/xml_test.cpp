@@ -47,6 +47,7 @@ TEST(XmlReader, ReportsTheNodesBeforeTheEndOrTheFirstFault) {
         {u"\uFEFF<a/>", "<a/> $"},
         {u"<a\n x = '1'\ty=\"2\" ></a  >", "<a> </a> $"},
         {u"<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<a/>\n", "D W <a/> W $"},
+        {u"<?xml version=\"1.1\" encoding = 'Latin_1.x-2' standalone=\"no\" ?><a/>", "D <a/> $"},
         {u"<!-- c --><?pi data?><a/><!--e--><?p?>", "! ? <a/> ! ? $"},
         {u"<a><![CDATA[<&]]]>]]</a>", "<a> C[<&]] T[]]] </a> $"},
         {u"<a>x<!--c-->y&amp;z<?p?>w</a>", "<a> T[x] ! T[y&z] ? T[w] </a> $"},
@@ -112,7 +113,11 @@ TEST(XmlReader, MalformedFromTheStart) {
         u"<a x='&bad;'/>", u"<a x='\u0001'/>", u"<a x='1\"/>", u"<a x='1",
         // Declarations.
         u"<?xml?><a/>", u"<?xml encoding='utf-8'?><a/>", u"<?xml version='1.0' version='1.0'?><a/>",
-        u"<?xml version='1.0'><a/>"};
+        u"<?xml version='1.0'><a/>", u"<?xml version='1.0' bogus='x'?><a/>",
+        u"<?xml version='1.0' standalone='maybe'?><a/>",
+        u"<?xml version='1.0' standalone='no' encoding='utf-8'?><a/>",
+        u"<?xml version='1.0' encoding='!!'?><a/>", u"<?xml version=''?><a/>",
+        u"<?xml version='1.'?><a/>", u"<?xml version='1&#46;0'?><a/>"};
     for (const std::u16string_view document : documents) {
         EXPECT_EQ(Trace(document), "X") << test::Readable(document);
     }

@@ -180,7 +180,11 @@ TEST_F(CliTest, ExplainShowsTheCrackTheRuleAndTheEntryOrWhyNothingMatched) {
           "for the scheme key \"ftp\""}},
         {{"http:///x"}, {"keys        scheme \"http\", no host", "the URL has no host"}},
         {{"gopher://other.example/"}, {"(Gopher)", "no entry for the scheme key \"gopher\""}},
-        {{"http://other.example/"}, {"no entry for the host key or any shorter suffix"}},
+        {{"http://other.example/"},
+         {"port        0 (none named)\n", "no entry for the host key or any shorter suffix"}},
+        {{"http://other.example:0/"}, {"port        0\n"}},
+        {{"http://other.example:65536/"}, {"port        0\n"}},
+        {{"http://other.example:abc/"}, {"port        0\n"}},
         {{"http://learn.example.org/history"}, {"none of its paths"}},
         {{"http://portal.school.example:80/"}, {"neither for the URL's port nor without a port"}},
         {{"learn.example.org"}, {"could not crack: it has no scheme", "could not be cracked"}},
@@ -250,10 +254,14 @@ TEST_F(CliTest, LintFindsWhatWillNotActAsExpected) {
                                                                   << findings.out;
     }
 
-    const std::string clean =
-        WriteFile("clean.xml", Document(WhiteList(WhiteEntry("http://a.example/"))));
-    EXPECT_EQ(Sentrel({"lint", "--policy", clean}).out, "0 problems found\n");
-    EXPECT_EQ(Sentrel({"lint", "--policy", clean}).status, kExitOk);
+    // A host walk that ends at "a." never reaches the key "" of "www.".
+    for (const std::string& entries :
+         {WhiteEntry("http://a.example/"), WhiteEntry("http://a./") + WhiteEntry("http://www./")}) {
+        const Outcome clean =
+            Sentrel({"lint", "--policy", WriteFile("clean.xml", Document(WhiteList(entries)))});
+        EXPECT_EQ(clean.out, "0 problems found\n") << entries;
+        EXPECT_EQ(clean.status, kExitOk);
+    }
 
     const std::string cut =
         WriteFile("cut.xml", Document(WhiteList(WhiteEntry("http://a/"))) + "<trailing/>");

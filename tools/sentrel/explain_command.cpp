@@ -45,7 +45,7 @@ void PrintCracked(const CrackedUrl& cracked, std::ostream& out) {
         << "password    " << Quoted(cracked.password.view()) << "\n"
         << "path        " << Quoted(cracked.path.view()) << "\n"
         << "tail        " << Quoted(cracked.tail.view()) << "\n"
-        << "port        " << cracked.port << (cracked.port == 0 ? " (none named)" : "") << "\n"
+        << "port        " << cracked.port << (cracked.portNamed ? "" : " (none named)") << "\n"
         << "keys        scheme " << Quoted(SchemeKey(cracked));
     if (cracked.host.empty()) {
         out << ", no host\n";

@@ -11,6 +11,7 @@
 #include "policy/byte_stream.h"
 #include "policy/guid.h"
 #include "policy/xml_reader.h"
+#include "search/url_keys.h"
 #include "text/ascii_case.h"
 #include "utf8.h"
 
@@ -140,13 +141,10 @@ void LintIndexSide(const std::vector<KeyedEntry>& entries, Findings& findings) {
         }
         // The host walk stops at the first listed suffix, so a listed subdomain hides the
         // entries of every listed parent for URLs on that subdomain.
-        std::u16string_view parent = key.second;
-        while (true) {
-            const std::size_t dot = parent.find(u'.', 1);
-            if (dot == std::u16string_view::npos) {
-                break;
-            }
-            parent.remove_prefix(dot + 1);
+        const std::u16string_view host = key.second;
+        for (std::size_t start = NextHostCandidate(host, 0); start != host.npos;
+             start = NextHostCandidate(host, start)) {
+            const std::u16string_view parent = host.substr(start);
             if (byHost.contains({key.first, std::u16string(parent)})) {
                 findings.Report("host " + Quoted(key.second) + " has entries of its own, so the " +
                                 "entries of " + Quoted(parent) + " do not apply to URLs on " +

@@ -112,7 +112,7 @@ std::string Utf16ToUtf8(std::u16string_view text) {
 }
 
 std::string Quoted(std::u16string_view text) {
-    return "\"" + Utf16ToUtf8(text) + "\"";
+    return '"' + Utf16ToUtf8(text) + '"';
 }
 
 }  // namespace sentrel::cli
