@@ -8,6 +8,8 @@
 #include <future>
 #include <thread>
 
+#include "com/unique_resource.h"
+#include "log_capture.h"
 #include "manager_fixture.h"
 
 namespace sentrel::test {
@@ -136,6 +138,35 @@ TEST_F(ManagerTest, OnAThreadThatProcessesMessagesEventsWaitForItsMessageLoop) {
         EXPECT_EQ(other.Received(), (Events{{kPolicy, GetCurrentThreadId()}}));
         EXPECT_TRUE(aliveForOther);
     }).join();
+}
+
+// A thread that processes messages gets no object without its window (a CBT hook refuses it);
+// a thread outside COM gets one that says why it cannot tell the thread's type, and a failure
+// while it says so ends the query with a note of its own.
+TEST(ManagerCreation, NeedsTheWindowOnAThreadOfMessagesAndSaysWhyItCannotTellAThread) {
+    HRESULT created = S_OK;
+    std::thread([&] {
+        const ComInit com(COINIT_APARTMENTTHREADED);
+        const auto refuse = [](int code, WPARAM wParam, LPARAM lParam) -> LRESULT {
+            return code == HCBT_CREATEWND ? 1 : CallNextHookEx(nullptr, code, wParam, lParam);
+        };
+        const UniqueResource<HHOOK, &UnhookWindowsHookEx> hook(
+            SetWindowsHookExW(WH_CBT, refuse, nullptr, GetCurrentThreadId()));
+        void* object = nullptr;
+        created = CreateManagerInstance(nullptr, IID_IWebFilterManager, &object);
+    }).join();
+    EXPECT_EQ(created, E_FAIL);
+    const std::u16string origin = u"CWebFilterManager::GetContextThreadType() - ";
+    for (const bool failFirst : {false, true}) {
+        const LogCapture log(failFirst);
+        std::thread([] { EXPECT_TRUE(CreateManager()); }).join();
+        EXPECT_EQ(
+            log.Messages(),
+            (std::vector<LoggedMessage>{
+                {LogLevelDiagnostic, origin + (failFirst ? u"exception thrown"
+                                                         : u"CoGetObjectContext returned NULL "
+                                                           u"object, hr = 00000000800401F0")}}));
+    }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <bit>
 #include <chrono>
 #include <cstdlib>
 #include <future>
@@ -22,7 +23,8 @@ namespace sentrel::test {
 namespace {
 
 using namespace std::literals;
-constexpr auto kOutside = static_cast<::WebFilterType>(3);
+// Judged at 32 bits: its low 16 bits would read as a policy.
+constexpr auto kOutside = std::bit_cast<::WebFilterType>(0x10001);
 
 // SetFilterContent calls on a new object, the last one judged: its result (E_FAIL logged), then
 // what the object hands back, what the section holds and how a URL is decided.
