@@ -36,7 +36,6 @@ inline HRESULT CreateManagerInstance(IUnknown* outer, REFIID iid, void** object)
     static ClassFactory factory(&ComObject<CWebFilterManager>::CreateInstance);
     return factory.CreateInstance(outer, iid, object);
 }
-// A plain object; null when creation failed.
 inline ComPtr<IWebFilterManager> CreateManager() {
     ComPtr<IWebFilterManager> manager;
     CreateManagerInstance(nullptr, IID_IWebFilterManager, manager.PutVoid());

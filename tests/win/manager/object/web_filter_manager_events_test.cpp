@@ -140,9 +140,7 @@ TEST_F(ManagerTest, OnAThreadThatProcessesMessagesEventsWaitForItsMessageLoop) {
     }).join();
 }
 
-// A thread that processes messages gets no object without its window (a CBT hook refuses it);
-// a thread outside COM gets one that says why it cannot tell the thread's type, and a failure
-// while it says so ends the query with a note of its own.
+// A CBT hook refuses the window; outside COM the thread's type is unknown, and so is said.
 TEST(ManagerCreation, NeedsTheWindowOnAThreadOfMessagesAndSaysWhyItCannotTellAThread) {
     HRESULT created = S_OK;
     std::thread([&] {

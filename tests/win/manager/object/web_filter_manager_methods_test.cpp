@@ -23,7 +23,6 @@ namespace sentrel::test {
 namespace {
 
 using namespace std::literals;
-// Judged at 32 bits: its low 16 bits would read as a policy.
 constexpr auto kOutside = std::bit_cast<::WebFilterType>(0x10001);
 
 // SetFilterContent calls on a new object, the last one judged: its result (E_FAIL logged), then
@@ -47,6 +46,9 @@ const SetCase kSetCases[] = {
             Handed(kAll, 0, Document(0)), SectionContent{2, kAll, Document(0)}, u"http://d/", 0),
     SetCase("BlockNonePublishesTheRefreshModePublishedLast", {{kPolicy, kModeTwo}, {kNone, u""}},
             S_OK, Handed(kNone, 0, Document(0)), SectionContent{2, kNone, Document(2)}, u"", 1),
+    SetCase("APolicyWithoutTextPublishesRefreshModeZero",
+            {{kPolicy, kModeTwo}, {kPolicy, u""}, {kNone, u""}}, S_OK,
+            Handed(kNone, 0, Document(0)), SectionContent{3, kNone, Document(0)}, u"", 1),
     SetCase("ATypeOutsideTheEnumerationIsInForceUnreadAndNeverPublished",
             {{kPolicy, kModeTwo}, {kOutside, kModeZero}}, E_FAIL, Handed(kOutside, 0, Document(0)),
             SectionContent{1, kPolicy, kModeTwo}, u"", 0)};
