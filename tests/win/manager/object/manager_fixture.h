@@ -30,8 +30,9 @@ class TestSink final : public IWebFilterEvents {
         const HRESULT result = InlineIsEqualGUID(iid, IID_IWebFilterEvents) ? queryResult_
                                : InlineIsEqualGUID(iid, IID_IUnknown)       ? S_OK
                                                                             : E_NOINTERFACE;
-        *object = SUCCEEDED(result) ? static_cast<IWebFilterEvents*>(this) : nullptr;
-        references_ += SUCCEEDED(result) ? 1 : 0;
+        TestSink* const given = tearOff && iid != IID_IUnknown ? tearOff : this;
+        *object = SUCCEEDED(result) ? static_cast<IWebFilterEvents*>(given) : nullptr;
+        given->references_ += SUCCEEDED(result) ? 1 : 0;
         return result;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references_); }
@@ -51,6 +52,7 @@ class TestSink final : public IWebFilterEvents {
     const Events& Received() const { return events_; }
 
     std::function<void()> onEvent;
+    TestSink* tearOff = nullptr;  // what QueryInterface hands out for the events interface
 
   private:
     const HRESULT queryResult_;

@@ -45,6 +45,20 @@ TEST_F(ManagerTest, AChangeIsLoadedOnceAndAnnouncedByItsRefreshModeAndType) {
     }
 }
 
+// Events go to the interface the sink hands out; a refresh leaves the published mode alone.
+TEST_F(ManagerTest, EventsGoWhereTheSinkSaysAndARefreshLeavesThePublishedModeAlone) {
+    TestSink& handedOut = MakeSink();
+    TestSink& advised = MakeSink();
+    advised.tearOff = &handedOut;
+    Advise(Manager(), advised);
+    ASSERT_EQ(SetContent(Manager(), kAll, Document(5)), S_OK);
+    Tick(Manager());
+    ASSERT_EQ(SetContent(Manager(), kNone, u""), S_OK);
+    EXPECT_EQ(
+        std::tuple(advised.Received().size(), handedOut.Received().size(), ProbeSection()->text),
+        std::tuple(std::size_t{0}, std::size_t{1}, Document(0)));
+}
+
 // Whether another thread may call the object now; a lock held fails the test, not hangs it.
 bool FreeForOtherThreads(IWebFilterManager& object) {
     std::packaged_task<long()> call([&object] { return Allowed(object, u"http://h/"); });
