@@ -80,9 +80,9 @@ struct CrackedUrl {
 };
 
 // The longest segment (the run between two delimiters of the authority) that cracking takes.
-// Cracking is defined with a working buffer of 2,090 characters for the segment, 2,089 and a
-// terminator, and a segment that would outgrow it fails. Here a segment is a position in the
-// text, not a copy, so only the buffer's limit is kept. Every part's own limit is lower, so it
+// 2,089 is what a 2,090-character working buffer for the segment holds beside its terminator,
+// and a segment that would outgrow it fails. Here a segment is a position in the text, not a
+// copy, so only that limit is kept. Every part's own limit is lower, so it
 // fails no text that would otherwise crack; it only gives the reason.
 inline constexpr std::size_t kCrackSegmentLimit = 2089;
 

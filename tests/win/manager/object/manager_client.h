@@ -36,6 +36,7 @@ inline HRESULT CreateManagerInstance(IUnknown* outer, REFIID iid, void** object)
     static ClassFactory factory(&ComObject<CWebFilterManager>::CreateInstance);
     return factory.CreateInstance(outer, iid, object);
 }
+
 inline ComPtr<IWebFilterManager> CreateManager() {
     ComPtr<IWebFilterManager> manager;
     CreateManagerInstance(nullptr, IID_IWebFilterManager, manager.PutVoid());
