@@ -102,7 +102,14 @@ TEST_F(ComponentTest, TheToolAnswersThroughTheComponentAsThroughItsLibrary) {
     const std::wstring check = Quote(L"" SENTREL_TEST_TOOL) + L" check --policy " +
                                Quote(L"" SENTREL_TEST_EXAMPLES "/policies/school-whitelist.xml") +
                                L" http://learn.example.org/maths/x http://games.example/";
-    EXPECT_EQ(RunToEnd(check + L" --com").output, RunToEnd(check).output);
+    const std::string library = RunToEnd(check).output;
+    EXPECT_EQ(RunToEnd(check + L" --com").output, library);
+    // A policy the component cannot share (the section's lock is held here) is in force all the
+    // same.
+    const UniqueHandle mutex(CreateMutexW(nullptr, FALSE, L"WebFilterFileAccessMutex"));
+    ASSERT_EQ(WaitForSingleObject(mutex.Get(), 0), WAIT_OBJECT_0);
+    EXPECT_EQ(RunToEnd(check + L" --com").output, library);
+    ReleaseMutex(mutex.Get());
 }
 
 }  // namespace

@@ -130,6 +130,7 @@ struct InstallCase {
     const char* name;
     const wchar_t* commandLine;
     bool perUser;
+    bool serverExports = false;  // DllRegisterServer and DllUnregisterServer instead
 };
 
 TEST(Registration, WritesEveryKeyInTheScopeTheCommandLineAsksForAndRemovesThem) {
@@ -138,6 +139,7 @@ TEST(Registration, WritesEveryKeyInTheScopeTheCommandLineAsksForAndRemovesThem) 
         {"in any case", L"USER", true},
         {"a longer word is machine-wide", L"users", false},
         {"no command line is machine-wide", nullptr, false},
+        {"the server exports are machine-wide", nullptr, false, true},
     };
     // Registration runs in the system's locale and gives the caller's back.
     const LCID locale = GetThreadLocale();
@@ -150,11 +152,16 @@ TEST(Registration, WritesEveryKeyInTheScopeTheCommandLineAsksForAndRemovesThem) 
         const std::wstring scope = test.perUser ? L"user " : L"machine ";
         // A stale key in the class key goes with it; a key another program added to a ProgID
         // stays, and so do the roots that all classes share.
+        const auto install = [&](bool on) {
+            return !test.serverExports ? SENTREL_EXPORT(DllInstall)(on, test.commandLine)
+                   : on                ? SENTREL_EXPORT(DllRegisterServer)()
+                                       : SENTREL_EXPORT(DllUnregisterServer)();
+        };
         CreateClassesKey(root, L"CLSID\\" + kClassId + L"\\Stale");
-        ASSERT_EQ(SENTREL_EXPORT(DllInstall)(TRUE, test.commandLine), S_OK);
+        ASSERT_EQ(install(true), S_OK);
         EXPECT_EQ(Registration(), ExpectedRegistration(scope));
         CreateClassesKey(root, L"Sentrel.WebFilterManager\\ShellNew");
-        ASSERT_EQ(SENTREL_EXPORT(DllInstall)(FALSE, test.commandLine), S_OK);
+        ASSERT_EQ(install(false), S_OK);
         std::vector<std::wstring> left{scope + L"Sentrel.WebFilterManager =WebFilterManager Class",
                                        scope + L"Sentrel.WebFilterManager\\ShellNew"};
         if (test.perUser) {
@@ -193,6 +200,7 @@ TEST(RegistryScript, ReadsQuotesAndReplacementsAndRejectsWhatIsNoScript) {
         {"a doubled percent sign is one", L"HKCR { K = s '100%%' }", L"100%"},
         {"a replacement not given", L"HKCR { K = s '%APPID%' }", L"(rejected)"},
         {"a block not closed", L"HKCR { K = s 'x'", L"(rejected)"},
+        {"a key name of two keys", L"HKCR { 'K\\L' = s 'x' }", L"(rejected)"},
     };
     for (const ScriptCase& test : cases) {
         SCOPED_TRACE(test.name);
