@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "core_test_support.h"
-#include "module/log/logger.h"
+#include "log_capture.h"
 #include "search/web_filter_searcher.h"
 
 namespace sentrel {
@@ -125,24 +125,20 @@ TEST(Decision, Table) {
 }
 
 TEST(Decision, UncrackableEntriesAreLoggedNormalisedAndUrlsAsGiven) {
-    static std::u16string logged;
-    const LogSink previous =
-        TheLogger.InstallSink([](std::int32_t level, const std::u16string& text) {
-            logged += static_cast<char16_t>(u'0' + level) + text + u'\n';
-            return 0;
-        });
+    const test::LogCapture log;
     WebFilterSearcher searcher;
     searcher.filterType = WebFilterBlockPolicy;
     searcher.LoadPolicy(PolicyOf(
         ListOf(FilterListWhite, {u"  A.B/X  ", u"http://ok", u"MAILTO://Y"}, {u"bad exception"})));
     EXPECT_TRUE(searcher.IsUrlAllowed(u"http://ok/") && !searcher.IsUrlAllowed(u"http://a.b/x"));
     EXPECT_FALSE(searcher.IsUrlAllowed(u" A.B ") || searcher.IsUrlAllowed(u"\tMailto://X"));
-    TheLogger.InstallSink(previous);
-    EXPECT_EQ(logged,
-              u"2WebFilterSearcher::InsertUrl - Could not crack url: a.b/x\n"
-              u"2WebFilterSearcher::InsertUrl - Could not crack url: mailto://y\n"
-              u"2WebFilterSearcher::IsUrlAllowed - Could not crack url:  A.B \n"
-              u"2WebFilterSearcher::IsUrlAllowed - Could not crack url: \tMailto://X\n");
+    const std::u16string failed = u" - Could not crack url: ";
+    EXPECT_EQ(log.Messages(),
+              (std::vector<test::LoggedMessage>{
+                  {2, u"WebFilterSearcher::InsertUrl" + failed + u"a.b/x"},
+                  {2, u"WebFilterSearcher::InsertUrl" + failed + u"mailto://y"},
+                  {2, u"WebFilterSearcher::IsUrlAllowed" + failed + u" A.B "},
+                  {2, u"WebFilterSearcher::IsUrlAllowed" + failed + u"\tMailto://X"}}));
 }
 
 TEST(Decision, OnlyMainEntriesAreIndexedAndEveryListTypeButWhiteIsBlack) {

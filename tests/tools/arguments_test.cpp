@@ -13,15 +13,16 @@ ParseResult Parse(std::vector<std::string> args) {
     return ParseArguments(args, kRules);
 }
 
-TEST(Arguments, TakesValuesInBothFormsFlagsAndPositionals) {
+TEST(Arguments, TakesValuesInBothFormsFlagsAndPositionalsWithOrWithoutADash) {
     const ParseResult result =
-        Parse({"--policy", "p.xml", "http://a", "--type=all", "--utf8", "--", "--help"});
+        Parse({"--policy", "p.xml", "http://a", "-", "-x", "--type=all", "--utf8", "--", "--help"});
     ASSERT_EQ(result.error, "");
     EXPECT_EQ(result.arguments.Value("--policy"), "p.xml");
     EXPECT_EQ(result.arguments.Value("--type"), "all");
     EXPECT_TRUE(result.arguments.Has("--utf8"));
     EXPECT_FALSE(result.arguments.Has("--help"));  // after "--" it is a positional
-    EXPECT_EQ(result.arguments.positionals, (std::vector<std::string>{"http://a", "--help"}));
+    EXPECT_EQ(result.arguments.positionals,
+              (std::vector<std::string>{"http://a", "-", "-x", "--help"}));
     EXPECT_EQ(result.arguments.Value("--out"), std::nullopt);
 }
 
@@ -35,12 +36,6 @@ TEST(Arguments, RejectsWhatTheCommandDoesNotTake) {
     for (const auto& [args, error] : cases) {
         EXPECT_EQ(Parse(args).error, error);
     }
-}
-
-TEST(Arguments, ASingleDashOrPlainWordIsPositional) {
-    const ParseResult result = Parse({"-", "-x", "word"});
-    ASSERT_EQ(result.error, "");
-    EXPECT_EQ(result.arguments.positionals, (std::vector<std::string>{"-", "-x", "word"}));
 }
 
 }  // namespace

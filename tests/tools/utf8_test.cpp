@@ -33,11 +33,10 @@ TEST(Utf8, IllFormedSequencesBecomeReplacementCharacters) {
 }
 
 TEST(Utf8, UnpairedSurrogatesBecomeReplacementCharacters) {
-    EXPECT_EQ(Utf16ToUtf8(std::u16string{char16_t{0xD800}}), "\xEF\xBF\xBD");
-    EXPECT_EQ(Utf16ToUtf8(std::u16string{char16_t{0xDC00}, u'a'}),
-              "\xEF\xBF\xBD"
-              "a");
-    EXPECT_EQ(Utf16ToUtf8(std::u16string{u'a', char16_t{0xDBFF}}), "a\xEF\xBF\xBD");
+    const std::string replacement = "\xEF\xBF\xBD";
+    EXPECT_EQ(Utf16ToUtf8(std::u16string{char16_t{0xD800}}), replacement);
+    EXPECT_EQ(Utf16ToUtf8(std::u16string{char16_t{0xDC00}, u'a'}), replacement + "a");
+    EXPECT_EQ(Utf16ToUtf8(std::u16string{u'a', char16_t{0xDBFF}}), "a" + replacement);
 }
 
 }  // namespace

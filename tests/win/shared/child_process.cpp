@@ -1,5 +1,7 @@
 #include "child_process.h"
 
+#include "thread_test_support.h"
+
 namespace sentrel::test {
 
 ChildProcess::ChildProcess(std::wstring commandLine) {
@@ -35,14 +37,8 @@ ChildProcess::~ChildProcess() {
 }
 
 bool ChildProcess::WaitForOutput(std::string_view text, DWORD timeoutMs) const {
-    const ULONGLONG deadline = GetTickCount64() + timeoutMs;
-    while (Output().find(text) == std::string::npos) {
-        if (GetTickCount64() >= deadline) {
-            return false;
-        }
-        Sleep(10);
-    }
-    return true;
+    return WaitUntil([&] { return Output().find(text) != std::string::npos; },
+                     std::chrono::milliseconds(timeoutMs));
 }
 
 std::optional<DWORD> ChildProcess::WaitForExit(DWORD timeoutMs) const {

@@ -49,12 +49,9 @@ inline HRESULT SetContent(IWebFilterManager& manager, ::WebFilterType type,
     return manager.SetFilterContent(type, Bstr::Copy(text).Get());
 }
 // IsUrlAllowed's answer; -1 when the call failed.
-inline long Allowed(IWebFilterManager& manager, BSTR url) {
-    long allowed = -1;
-    return SUCCEEDED(manager.IsUrlAllowed(url, &allowed)) ? allowed : -1;
-}
 inline long Allowed(IWebFilterManager& manager, std::u16string_view url) {
-    return Allowed(manager, Bstr::Copy(url).Get());
+    long allowed = -1;
+    return SUCCEEDED(manager.IsUrlAllowed(Bstr::Copy(url).Get(), &allowed)) ? allowed : -1;
 }
 
 // A policy document in the writer's own form with a one-digit refresh mode and a black list that
