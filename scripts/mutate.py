@@ -80,7 +80,8 @@ def sync_copy():
         source, target = ROOT / name, tree / name
         if not target.exists() or target.read_bytes() != source.read_bytes():
             target.parent.mkdir(parents=True, exist_ok=True)
-            shutil.copyfile(source, target)
+            shutil.copyfile(source, target)  # a fresh time stamp, so that builds see the change
+        shutil.copymode(source, target)  # scripts that the build runs stay executable
     for path in tree.rglob("*"):
         relative = path.relative_to(tree)
         if relative.parts[0] != "build" and path.is_file() and str(relative) not in wanted:
