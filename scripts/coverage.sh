@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Line and branch coverage of the portable core (src/search, src/policy, src/module/log) by the
+# Line and branch coverage of the portable core (src/search, src/text, src/policy, src/module/log) by the
 # native tests, with clang's source-based coverage. Builds in build/coverage; the report is
 # printed and the per-line view is left in build/coverage/html.
 #   scripts/coverage.sh [-jN]
@@ -26,7 +26,7 @@ for program in core_tests tools_tests; do
 done
 "$profdata" merge -sparse "$dir"/*.profraw -o "$dir/tests.profdata"
 
-core=("$PWD/src/search" "$PWD/src/policy" "$PWD/src/module/log")
+core=("$PWD/src/search" "$PWD/src/text" "$PWD/src/policy" "$PWD/src/module/log")
 objects=("$dir/tests/core_tests" -object "$dir/tests/tools_tests")
 "$cov" report "${objects[@]}" -instr-profile="$dir/tests.profdata" "${core[@]}"
 "$cov" show "${objects[@]}" -instr-profile="$dir/tests.profdata" -format=html \
