@@ -38,9 +38,7 @@ void AppendUtf8(std::string& out, char32_t code) {
 
 }  // namespace
 
-std::u16string Utf8ToUtf16(std::string_view text) {
-    std::u16string out;
-    out.reserve(text.size());
+std::size_t AppendUtf8AsUtf16(std::string_view text, bool final, std::u16string& out) {
     std::size_t i = 0;
     while (i < text.size()) {
         const auto lead = static_cast<std::uint8_t>(text[i]);
@@ -80,6 +78,10 @@ std::u16string Utf8ToUtf16(std::string_view text) {
             }
             code = (code << 6) | (next & 0x3Fu);
         }
+        if (taken < length && i + taken == text.size() && !final) {
+            // The next piece of text may complete the sequence.
+            break;
+        }
         if (taken < length) {
             // A broken sequence is one replacement; the byte that broke it starts afresh.
             out.push_back(static_cast<char16_t>(kReplacement));
@@ -89,6 +91,13 @@ std::u16string Utf8ToUtf16(std::string_view text) {
         AppendUtf16(out, code);
         i += length;
     }
+    return i;
+}
+
+std::u16string Utf8ToUtf16(std::string_view text) {
+    std::u16string out;
+    out.reserve(text.size());
+    AppendUtf8AsUtf16(text, true, out);
     return out;
 }
 
