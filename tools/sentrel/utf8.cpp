@@ -1,5 +1,6 @@
 #include "utf8.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace sentrel::cli {
@@ -43,8 +44,17 @@ std::size_t AppendUtf8AsUtf16(std::string_view text, bool final, std::u16string&
     while (i < text.size()) {
         const auto lead = static_cast<std::uint8_t>(text[i]);
         if (lead < 0x80) {
-            out.push_back(lead);
-            ++i;
+            // A run of ASCII, most of a URL, goes over at once.
+            std::size_t end = i + 1;
+            while (end < text.size() && static_cast<std::uint8_t>(text[end]) < 0x80) {
+                ++end;
+            }
+            const std::size_t at = out.size();
+            out.resize(at + (end - i));
+            std::copy(text.begin() + static_cast<std::ptrdiff_t>(i),
+                      text.begin() + static_cast<std::ptrdiff_t>(end),
+                      out.begin() + static_cast<std::ptrdiff_t>(at));
+            i = end;
             continue;
         }
         // Length, smallest value and first-continuation bounds of each well-formed sequence.
