@@ -18,7 +18,8 @@ constexpr std::size_t kEntryCount = 100000;
 constexpr std::size_t kUrlCount = 1000000;
 
 // `sentrel check` reading a million URLs, one per line, against a 100,000-entry white list
-// written to a file as the component writes policies.
+// written to a file as the component writes policies, loading included, on the given number of
+// threads.
 void BM_CheckThroughput(benchmark::State& state) {
     const bench::UrlCorpus corpus =
         bench::MakeUrlCorpus(FilterListWhite, kEntryCount, kUrlCount / 2, 11);
@@ -36,7 +37,8 @@ void BM_CheckThroughput(benchmark::State& state) {
         input += cli::Utf16ToUtf8(corpus.hits[i]) + "\n";
         input += cli::Utf16ToUtf8(corpus.misses[i]) + "\n";
     }
-    const std::vector<std::string> args = {"check", "--policy", path};
+    const std::vector<std::string> args = {"check", "--policy", path, "--jobs",
+                                           std::to_string(state.range(0))};
     std::size_t allowed = 0;
     for (auto _ : state) {
         std::istringstream in(input);
@@ -60,7 +62,14 @@ void BM_CheckThroughput(benchmark::State& state) {
     state.counters["urls_per_s"] =
         benchmark::Counter(urls, benchmark::Counter::kIsIterationInvariantRate);
 }
-BENCHMARK(BM_CheckThroughput)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_CheckThroughput)
+    ->ArgName("jobs")
+    ->Arg(1)
+    ->Arg(2)
+    ->Arg(4)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(1);
 
 }  // namespace
 }  // namespace sentrel

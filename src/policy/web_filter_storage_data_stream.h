@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include "policy/web_filter_storage_data.h"
 
 namespace sentrel {
@@ -7,6 +9,11 @@ namespace sentrel {
 // The storage over one byte stream: in memory, or a file when a path is given.
 class CWebFilterStorageDataStream final : public IWebFilterStorageData {
   public:
+    CWebFilterStorageDataStream() = default;
+    // Holding a stream opened elsewhere.
+    explicit CWebFilterStorageDataStream(std::shared_ptr<ByteStream> stream)
+        : stream_(std::move(stream)) {}
+
     std::uint32_t GetSize() override;
     const std::shared_ptr<ByteStream>& GetStream() override { return stream_; }
     bool OpenRead(const std::u16string& path) override;

@@ -187,6 +187,10 @@ bool WebFilterXmlProcessor::DeserializePolicy(WebFilterPolicy& policy, const std
 WebFilterXmlProcessor::WebFilterXmlProcessor(WebFilterPolicy* policy)
     : policy_(policy), storage_(std::make_unique<CWebFilterStorageDataStream>()) {}
 
+WebFilterXmlProcessor::WebFilterXmlProcessor(WebFilterPolicy* policy,
+                                             std::shared_ptr<ByteStream> input)
+    : policy_(policy), storage_(std::make_unique<CWebFilterStorageDataStream>(std::move(input))) {}
+
 WebFilterXmlProcessor::~WebFilterXmlProcessor() {
     Close();
 }

@@ -32,6 +32,9 @@ class WebFilterXmlProcessor {
 
     // The policy that reading fills; none for writing.
     explicit WebFilterXmlProcessor(WebFilterPolicy* policy = nullptr);
+    // Reading into policy from a stream of UTF-16LE bytes that the caller opened, which the
+    // storage holds instead of a text staged in memory: a large document is read in pieces.
+    WebFilterXmlProcessor(WebFilterPolicy* policy, std::shared_ptr<ByteStream> input);
     ~WebFilterXmlProcessor();
     WebFilterXmlProcessor(const WebFilterXmlProcessor&) = delete;
     WebFilterXmlProcessor& operator=(const WebFilterXmlProcessor&) = delete;

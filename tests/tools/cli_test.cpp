@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "check_urls.h"
 #include "command.h"
 #include "utf8.h"
 
@@ -91,8 +92,70 @@ TEST_F(CliTest, CheckDecidesArgumentsAndStandardInputAlike) {
     EXPECT_EQ(fromInput.out, lines);
 }
 
+// Standard input in many blocks comes back in input order on any number of threads; lines that
+// do not decode, a line longer than a block, CR LF ends and a last line without an end change
+// nothing.
+TEST_F(CliTest, CheckAnswersEveryLineInInputOrderWithAnyNumberOfJobs) {
+    const std::pair<std::string, std::string> kinds[] = {
+        {"https://www.encyclopedia.example/", "allow"},
+        {"http://other.example/", "deny"},
+        {"http://dictionary.example/\xFF", "allow"},     // a byte UTF-8 has not
+        {"http://dict\xE2\x82ionary.example/", "deny"},  // a sequence cut short
+        {"http://learn.example.org/maths/" + std::string(150000, 'a'), "deny"},  // too long
+    };
+    std::string input;
+    std::string expected;
+    for (int i = 0; i < 40000; ++i) {
+        const auto& [url, answer] = kinds[i == 20000 ? 4 : i % 4];
+        input += url + std::to_string(i) + (i % 3 == 0 ? "\r\n" : "\n");
+        expected += answer + "\t" + url + std::to_string(i) + "\n";
+    }
+    input.pop_back();
+    for (const char* jobs : {"1", "2", "3", "8"}) {
+        const Outcome outcome =
+            Sentrel({"check", "--policy", Example("school-whitelist.xml"), "--jobs", jobs}, input);
+        EXPECT_EQ(outcome.status, kExitOk) << jobs;
+        EXPECT_TRUE(outcome.out == expected) << jobs;  // too long to print
+    }
+}
+
+// A URL that cannot be decided ends the answers: the ones before it, then one error line.
+TEST_F(CliTest, CheckStopsAtAUrlItCannotDecide) {
+    const UrlDecision decide = [](std::u16string_view url) -> std::optional<bool> {
+        return url == u"x" ? std::nullopt : std::optional<bool>(url.size() % 2 == 0);
+    };
+    std::string input;
+    std::string expected;
+    for (int i = 100; i < 30000; ++i) {
+        input += std::to_string(i) + "\n";
+        expected += (i < 1000 || i >= 10000 ? "deny\t" : "allow\t") + std::to_string(i) + "\n";
+    }
+    input += "x\n" + input;
+    Arguments arguments;
+    for (const unsigned jobs : {1u, 3u}) {
+        std::istringstream in(input);
+        std::ostringstream out;
+        std::ostringstream err;
+        CommandStreams streams{in, out, err};
+        EXPECT_EQ(CheckUrls(arguments, streams, jobs, decide), kExitUsage);
+        EXPECT_TRUE(out.str() == expected) << jobs;
+        EXPECT_EQ(err.str(), "sentrel check: the component could not decide a URL\n");
+    }
+    arguments.positionals = {"ab", "x", "abc"};
+    std::istringstream in;
+    std::ostringstream out;
+    std::ostringstream err;
+    CommandStreams streams{in, out, err};
+    EXPECT_EQ(CheckUrls(arguments, streams, 1, decide), kExitUsage);
+    EXPECT_EQ(out.str(), "allow\tab\n");
+}
+
 TEST_F(CliTest, Utf16PolicyFileReadsLikeUtf8) {
-    const std::string text = Document(WhiteList(WhiteEntry("http://\xC3\xA4.example/caf\xC3\xA9")));
+    std::string text = Document(WhiteList(WhiteEntry("http://\xC3\xA4.example/caf\xC3\xA9")));
+    // A comment puts the first "\xC3\xA4" across the line between the UTF-8 file's first two
+    // pieces, which are decoded one at a time.
+    const std::size_t split = 64 * 1024 - 1;
+    text.insert(0, "<!--" + std::string(split - text.find('\xC3') - 7, 'x') + "-->");
     const std::u16string units = u"\uFEFF" + Utf8ToUtf16(text);  // little-endian in memory
     const std::string utf16(reinterpret_cast<const char*>(units.data()), units.size() * 2);
     const std::string url = "http://\xC3\xA4.example/caf\xC3\xA9/x";
@@ -111,6 +174,12 @@ TEST_F(CliTest, WrongArgumentsGiveOneErrorLineAndStatusTwo) {
         {"check", "--policy", policy, "--type", "some"},
         {"check", "--policy", (folder_ / "missing.xml").string()},
         {"check", "--policy", policy, "--bogus"},
+        {"check", "--policy", policy, "--jobs", "0"},
+        {"check", "--policy", policy, "--jobs", "-1"},
+        {"check", "--policy", policy, "--jobs", "two"},
+        {"check", "--policy", policy, "--jobs", "2x"},
+        {"check", "--policy", policy, "--jobs", "1025"},
+        {"check", "--policy", policy, "--jobs", "99999999999999999999"},
         {"explain", "--policy", policy},
         {"explain", "--policy", policy, "http://a", "http://b"},
         {"lint"},

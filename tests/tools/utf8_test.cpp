@@ -19,6 +19,7 @@ TEST(Utf8, IllFormedSequencesBecomeReplacementCharacters) {
     };
     const Case cases[] = {
         {"\x80", u"\uFFFD"},                                // lone continuation byte
+        {"a\x80", u"a\uFFFD"},                              // one that ends a run of ASCII
         {"\xC0\xAF", u"\uFFFD\uFFFD"},                      // overlong form of '/'
         {"\xE0\x80\xAF", u"\uFFFD\uFFFD\uFFFD"},            // overlong three-byte form
         {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},            // an encoded surrogate

@@ -1,11 +1,13 @@
+#include <algorithm>
 #include <array>
-#include <istream>
-#include <ostream>
+#include <charconv>
+#include <optional>
+#include <string>
+#include <thread>
 
 #include "check_urls.h"
 #include "command.h"
 #include "loaded_policy.h"
-#include "utf8.h"
 
 namespace sentrel::cli {
 
@@ -17,7 +19,8 @@ constexpr std::string_view kComponentUsage = " [--com]";
 constexpr std::string_view kComponentHelp =
     "  --com           let the registered component (Sentrel.WebFilterManager) decide instead\n"
     "                  of the built-in library; the component shares the policy with the\n"
-    "                  manager objects of the other processes while it runs\n";
+    "                  manager objects of the other processes while it runs; it decides on\n"
+    "                  one thread, whatever --jobs says\n";
 constexpr std::array<const char*, 1> kComponentFlags{"--com"};
 #else
 constexpr std::string_view kComponentUsage;
@@ -25,7 +28,30 @@ constexpr std::string_view kComponentHelp;
 constexpr std::array<const char*, 0> kComponentFlags{};
 #endif
 
+// Decisions on more threads than this gain nothing, and each thread costs memory.
+constexpr unsigned kMostJobs = 1024;
+
+// The number of threads that --jobs names, by default one per core.
+std::optional<unsigned> ParseJobs(const Arguments& arguments) {
+    const std::optional<std::string> text = arguments.Value("--jobs");
+    if (!text) {
+        return std::max(1u, std::thread::hardware_concurrency());
+    }
+    unsigned jobs = 0;
+    const char* end = text->data() + text->size();
+    const auto [stop, error] = std::from_chars(text->data(), end, jobs);
+    if (error != std::errc() || stop != end || jobs < 1 || jobs > kMostJobs) {
+        return std::nullopt;
+    }
+    return jobs;
+}
+
 int RunCheck(const Arguments& arguments, CommandStreams& streams) {
+    const std::optional<unsigned> jobs = ParseJobs(arguments);
+    if (!jobs) {
+        return Fail(streams, "check",
+                    "--jobs must be a whole number from 1 to " + std::to_string(kMostJobs));
+    }
 #ifdef _WIN32
     if (arguments.Has("--com")) {
         return RunComponentCheck(arguments, streams);
@@ -35,55 +61,29 @@ int RunCheck(const Arguments& arguments, CommandStreams& streams) {
     if (const std::string error = LoadPolicy(arguments, loaded); !error.empty()) {
         return Fail(streams, "check", error);
     }
-    return CheckUrls(arguments, streams, [&loaded](std::string_view url) {
-        return std::optional<bool>(loaded.searcher.IsUrlAllowed(Utf8ToUtf16(url)));
+    // Decisions need the index alone.
+    loaded.policy = {};
+    const WebFilterSearcher& searcher = loaded.searcher;
+    return CheckUrls(arguments, streams, *jobs, [&searcher](std::u16string_view url) {
+        return std::optional<bool>(searcher.IsUrlAllowed(url));
     });
 }
 
 }  // namespace
 
-int CheckUrls(const Arguments& arguments, CommandStreams& streams, const UrlDecision& decide) {
-    const auto answer = [&](std::string_view url) {
-        const std::optional<bool> allowed = decide(url);
-        if (allowed) {
-            streams.out << (*allowed ? "allow\t" : "deny\t") << url << '\n';
-        }
-        return allowed.has_value();
-    };
-    bool decided = true;
-    if (!arguments.positionals.empty()) {
-        for (const std::string& url : arguments.positionals) {
-            decided = decided && answer(url);
-        }
-    } else {
-        std::string line;
-        while (decided && std::getline(streams.in, line)) {
-            // A line end written as CR LF leaves the CR, which is no part of the URL.
-            if (!line.empty() && line.back() == '\r') {
-                line.pop_back();
-            }
-            decided = answer(line);
-        }
-    }
-    if (!decided) {
-        return Fail(streams, "check", "the component could not decide a URL");
-    }
-    streams.out.flush();
-    if (!streams.out) {
-        return Fail(streams, "check", "cannot write the answers");
-    }
-    return kExitOk;
-}
-
 extern const Command kCheckCommand{
     "check",
     "decide URLs: one line 'allow<TAB>URL' or 'deny<TAB>URL' each",
     "usage: sentrel check --policy FILE [--type none|policy|all]" + std::string(kComponentUsage) +
-        " [URL ...]\n\n"
-        "Decides each URL given, or else each line of standard input, against the policy.\n\n"
+        " [--jobs N] [URL ...]\n\n"
+        "Decides each URL given, or else each line of standard input, against the policy. The\n"
+        "answers come in input order, also when lines are decided on several threads.\n\n"
         "options:\n" +
-        std::string(kPolicyOptionsHelp) + std::string(kComponentHelp),
-    {{"--policy", "--type"}, {kComponentFlags.begin(), kComponentFlags.end()}},
+        std::string(kPolicyOptionsHelp) +
+        "  --jobs N        decide lines of standard input on N threads at once (default: one\n"
+        "                  per core)\n" +
+        std::string(kComponentHelp),
+    {{"--policy", "--type", "--jobs"}, {kComponentFlags.begin(), kComponentFlags.end()}},
     &RunCheck,
 };
 

@@ -15,7 +15,6 @@
 #include "loaded_policy.h"
 #include "policy_file.h"
 #include "sentrel_h.h"
-#include "utf8.h"
 
 namespace sentrel::cli {
 
@@ -90,14 +89,16 @@ int RunComponentCheck(const Arguments& arguments, CommandStreams& streams) {
     if (FAILED(set) && set != E_FAIL) {
         return Fail(streams, "check", "the component refused the policy: " + Hex(set));
     }
-    return CheckUrls(arguments, streams, [&manager](std::string_view url) -> std::optional<bool> {
-        const Bstr text = Bstr::Copy(Utf8ToUtf16(url));
-        long allowed = 0;
-        if (!text || FAILED(manager->IsUrlAllowed(text.Get(), &allowed))) {
-            return std::nullopt;
-        }
-        return allowed != 0;
-    });
+    // The component's object lock lets one call in at a time: more threads would only wait.
+    return CheckUrls(arguments, streams, 1,
+                     [&manager](std::u16string_view url) -> std::optional<bool> {
+                         const Bstr text = Bstr::Copy(url);
+                         long allowed = 0;
+                         if (!text || FAILED(manager->IsUrlAllowed(text.Get(), &allowed))) {
+                             return std::nullopt;
+                         }
+                         return allowed != 0;
+                     });
 }
 
 }  // namespace sentrel::cli

@@ -26,13 +26,9 @@ int RunFormat(const Arguments& arguments, CommandStreams& streams) {
     if (!path) {
         return Fail(streams, "format", "--policy FILE is required");
     }
-    const PolicyFile file = ReadPolicyFile(*path);
-    if (!file.error.empty()) {
-        return Fail(streams, "format", file.error);
-    }
     WebFilterPolicy policy;
-    if (!WebFilterXmlProcessor::DeserializePolicy(policy, file.text)) {
-        return Fail(streams, "format", "cannot read the policy in " + *path);
+    if (const std::string error = ReadPolicy(*path, policy); !error.empty()) {
+        return Fail(streams, "format", error);
     }
     std::u16string document;
     try {

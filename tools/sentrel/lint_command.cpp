@@ -1,8 +1,6 @@
-#include <cstdint>
 #include <map>
 #include <ostream>
 #include <set>
-#include <span>
 #include <vector>
 
 #include "command.h"
@@ -11,6 +9,7 @@
 #include "policy/byte_stream.h"
 #include "policy/guid.h"
 #include "policy/xml_reader.h"
+#include "policy_file.h"
 #include "search/url_keys.h"
 #include "text/ascii_case.h"
 #include "utf8.h"
@@ -44,14 +43,8 @@ class Findings {
 
 // What reading the document itself shows: whether it is well-formed to its end, and list ids
 // that stand more than once (the model keeps only the last list of an id).
-void LintDocument(const std::u16string& text, Findings& findings) {
-    std::shared_ptr<ByteStream> stream = CreateMemoryStream();
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-    if (!stream->Write(std::span(bytes, text.size() * sizeof(char16_t))) ||
-        !stream->SeekToStart()) {
-        return;
-    }
-    XmlReader reader(stream);
+void LintDocument(std::shared_ptr<ByteStream> document, Findings& findings) {
+    XmlReader reader(std::move(document));
     enum class Family { None, White, Black } family = Family::None;
     bool idFollows = false;
     Guid id;
@@ -160,8 +153,15 @@ int RunLint(const Arguments& arguments, CommandStreams& streams) {
     if (const std::string error = LoadPolicy(arguments, loaded); !error.empty()) {
         return Fail(streams, "lint", error);
     }
+    // The document is read once more, from the file, rather than held for this.
+    std::string error;
+    std::shared_ptr<PolicyDocument> document =
+        PolicyDocument::Open(*arguments.Value("--policy"), error);
+    if (!document) {
+        return Fail(streams, "lint", error);
+    }
     Findings findings(streams.out);
-    LintDocument(loaded.text, findings);
+    LintDocument(std::move(document), findings);
 
     std::vector<KeyedEntry> white;
     std::vector<KeyedEntry> black;

@@ -1,6 +1,5 @@
 #include "loaded_policy.h"
 
-#include "policy/web_filter_xml_processor.h"
 #include "policy_file.h"
 
 namespace sentrel::cli {
@@ -28,13 +27,8 @@ std::string LoadPolicy(const Arguments& arguments, LoadedPolicy& loaded) {
     if (!type) {
         return "--type must be none, policy or all";
     }
-    PolicyFile file = ReadPolicyFile(*path);
-    if (!file.error.empty()) {
-        return file.error;
-    }
-    loaded.text = std::move(file.text);
-    if (!WebFilterXmlProcessor::DeserializePolicy(loaded.policy, loaded.text)) {
-        return "cannot read the policy in " + *path;
+    if (std::string error = ReadPolicy(*path, loaded.policy); !error.empty()) {
+        return error;
     }
     loaded.searcher.filterType = *type;
     loaded.searcher.LoadPolicy(loaded.policy);

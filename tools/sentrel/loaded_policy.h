@@ -16,7 +16,6 @@ std::optional<WebFilterType> ParseFilterType(std::string_view name);
 // A policy file read and put in force as the component does: the document read into a policy
 // and the searcher's indexes built from it under the filter type.
 struct LoadedPolicy {
-    std::u16string text;
     WebFilterPolicy policy;
     WebFilterSearcher searcher;
 };

@@ -1,5 +1,6 @@
 #include "utf8.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace sentrel::cli {
@@ -38,15 +39,22 @@ void AppendUtf8(std::string& out, char32_t code) {
 
 }  // namespace
 
-std::u16string Utf8ToUtf16(std::string_view text) {
-    std::u16string out;
-    out.reserve(text.size());
+std::size_t AppendUtf8AsUtf16(std::string_view text, bool final, std::u16string& out) {
     std::size_t i = 0;
     while (i < text.size()) {
         const auto lead = static_cast<std::uint8_t>(text[i]);
         if (lead < 0x80) {
-            out.push_back(lead);
-            ++i;
+            // A run of ASCII, most of a URL, goes over at once.
+            std::size_t end = i + 1;
+            while (end < text.size() && static_cast<std::uint8_t>(text[end]) < 0x80) {
+                ++end;
+            }
+            const std::size_t at = out.size();
+            out.resize(at + (end - i));
+            std::copy(text.begin() + static_cast<std::ptrdiff_t>(i),
+                      text.begin() + static_cast<std::ptrdiff_t>(end),
+                      out.begin() + static_cast<std::ptrdiff_t>(at));
+            i = end;
             continue;
         }
         // Length, smallest value and first-continuation bounds of each well-formed sequence.
@@ -80,6 +88,10 @@ std::u16string Utf8ToUtf16(std::string_view text) {
             }
             code = (code << 6) | (next & 0x3Fu);
         }
+        if (taken < length && i + taken == text.size() && !final) {
+            // The next piece of text may complete the sequence.
+            break;
+        }
         if (taken < length) {
             // A broken sequence is one replacement; the byte that broke it starts afresh.
             out.push_back(static_cast<char16_t>(kReplacement));
@@ -89,6 +101,13 @@ std::u16string Utf8ToUtf16(std::string_view text) {
         AppendUtf16(out, code);
         i += length;
     }
+    return i;
+}
+
+std::u16string Utf8ToUtf16(std::string_view text) {
+    std::u16string out;
+    out.reserve(text.size());
+    AppendUtf8AsUtf16(text, true, out);
     return out;
 }
 
