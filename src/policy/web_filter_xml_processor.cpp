@@ -134,7 +134,7 @@ void Require(bool succeeded) {
 void WriteEntries(WebFilterXmlProcessor& processor, const FilterEntrySequence& entries,
                   const EntryElementNames& names) {
     Require(processor.StartElement(names.container));
-    for (const FilterEntry& entry : entries) {
+    for (const FilterEntryView& entry : entries) {
         Require(processor.StartElement(names.entry));
         Require(processor.WriteTextElement(names.name, entry.name));
         Require(processor.WriteTextElement(names.url, entry.url));
