@@ -130,6 +130,10 @@ std::uint32_t FilterEntrySequence::AppendText(const FilterEntryView& entry) {
 std::u16string FilterEntrySequence::PackText(std::size_t capacity) {
     std::u16string packed;
     packed.reserve(capacity);
+    if (unusedText_ == 0) {
+        packed.append(text_);  // nothing to drop: every text keeps its place
+        return packed;
+    }
     for (Record& record : records_) {
         const std::size_t start = packed.size();
         packed.append(text_, record.text, std::size_t{record.nameLength} + record.urlLength);
