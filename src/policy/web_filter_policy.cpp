@@ -1,7 +1,6 @@
 #include "policy/web_filter_policy.h"
 
 #include <algorithm>
-#include <limits>
 #include <new>
 #include <utility>
 
@@ -14,8 +13,6 @@ namespace {
 constexpr unsigned kPositionBits = 27;
 constexpr std::uint32_t kPositionMask = (std::uint32_t{1} << kPositionBits) - 1;
 constexpr std::size_t kMaxEntries = kPositionMask - 1;
-// Texts are found by 32-bit offsets.
-constexpr std::size_t kMaxText = std::numeric_limits<std::uint32_t>::max();
 constexpr std::size_t kMinSlots = 8;
 
 std::uint32_t TagOf(std::uint64_t hash) {
@@ -46,35 +43,39 @@ void FilterEntrySequence::Add(const FilterEntryView& entry) {
     std::uint32_t& slot = SlotOf(entry.id, hash);
     if (slot != 0) {
         Record& record = records_[(slot & kPositionMask) - 1];
-        const std::uint32_t text = AppendText(entry);
+        const std::uint32_t text = text_.Append(entry.name, entry.url);
         unusedText_ += std::size_t{record.nameLength} + record.urlLength;
         record = {entry.id, text, Length(entry.name), Length(entry.url)};
+        if (unusedText_ > text_.Size() / 2) {
+            DropUnusedText();
+        }
         return;
     }
     if (records_.size() >= kMaxEntries) {
         throw std::bad_alloc();
     }
-    // Room first, so that nothing can fail once the text is appended.
-    if (records_.size() == records_.capacity()) {
-        records_.reserve(std::max<std::size_t>(4, records_.size() * 2));
+    records_.push_back({entry.id, 0, Length(entry.name), Length(entry.url)});
+    try {
+        records_.back().text = text_.Append(entry.name, entry.url);
+    } catch (...) {
+        records_.pop_back();
+        throw;
     }
-    const std::uint32_t text = AppendText(entry);
-    records_.push_back({entry.id, text, Length(entry.name), Length(entry.url)});
     slot = TagOf(hash) | static_cast<std::uint32_t>(records_.size());
 }
 
 void FilterEntrySequence::Clear() {
     records_.clear();
-    text_.clear();
+    text_.Clear();
     unusedText_ = 0;
     slots_.clear();
 }
 
 void FilterEntrySequence::ShrinkToFit() {
-    const std::size_t live = text_.size() - unusedText_;
-    if (text_.capacity() > live) {
-        text_ = PackText(live);
+    if (unusedText_ != 0) {
+        DropUnusedText();
     }
+    text_.ShrinkToFit();
     records_.shrink_to_fit();
     std::vector<std::uint32_t>().swap(slots_);
 }
@@ -108,39 +109,23 @@ void FilterEntrySequence::MakeRoomForOneMore() {
     }
 }
 
-std::uint32_t FilterEntrySequence::AppendText(const FilterEntryView& entry) {
-    const std::size_t length = entry.name.size() + entry.url.size();
-    const std::size_t start = text_.size();
-    if (start + length <= text_.capacity() && start + length <= kMaxText) {
-        text_.append(entry.name).append(entry.url);
-        return static_cast<std::uint32_t>(start);
+void FilterEntrySequence::DropUnusedText() {
+    // Packing only gives memory back: without memory for it the texts stay where they are.
+    try {
+        TextArena packed;
+        std::vector<std::uint32_t> places;
+        places.reserve(records_.size());
+        for (const Record& record : records_) {
+            const FilterEntryView entry = ViewOf(record);
+            places.push_back(packed.Append(entry.name, entry.url));
+        }
+        for (std::size_t i = 0; i < records_.size(); ++i) {
+            records_[i].text = places[i];
+        }
+        text_ = std::move(packed);
+        unusedText_ = 0;
+    } catch (const std::bad_alloc&) {
     }
-    const std::size_t live = text_.size() - unusedText_;
-    if (live + length > kMaxText) {
-        throw std::bad_alloc();
-    }
-    // The entry's texts may lie in the old buffer, so it goes only once they are copied.
-    std::u16string packed = PackText(std::max(live + length, live * 2));
-    const std::size_t packedStart = packed.size();
-    packed.append(entry.name).append(entry.url);
-    text_.swap(packed);
-    return static_cast<std::uint32_t>(packedStart);
-}
-
-std::u16string FilterEntrySequence::PackText(std::size_t capacity) {
-    std::u16string packed;
-    packed.reserve(capacity);
-    if (unusedText_ == 0) {
-        packed.append(text_);  // nothing to drop: every text keeps its place
-        return packed;
-    }
-    for (Record& record : records_) {
-        const std::size_t start = packed.size();
-        packed.append(text_, record.text, std::size_t{record.nameLength} + record.urlLength);
-        record.text = static_cast<std::uint32_t>(start);
-    }
-    unusedText_ = 0;
-    return packed;
 }
 
 FilterList::FilterList(std::u16string listName) : name(std::move(listName)), id(NewGuid()) {}

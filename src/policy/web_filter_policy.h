@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <iterator>
 #include <map>
 #include <string>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "policy/guid.h"
+#include "policy/text_arena.h"
 
 namespace sentrel {
 
@@ -41,10 +43,11 @@ struct FilterEntry {
 // The entries of one list side, in insertion order, with entry ids unique in the sequence.
 // Adding an entry whose id is already present overwrites that entry in place.
 //
-// Every manager object holds a policy, so entries are packed: their texts lie one after the other
-// in one buffer. An open-addressing table of positions finds an entry by id, so that large lists
-// load in linear time without a heap node per entry; it is made when entries are added and let
-// go by ShrinkToFit, since a list held in a policy is read far more often than it grows.
+// Every manager object holds a policy, so entries are packed: a record per entry, and the
+// entries' texts side by side in an arena. An open-addressing table of positions finds an entry
+// by id, so that large lists load in linear time without a heap node per entry; it is made when
+// entries are added and let go by ShrinkToFit, since a list held in a policy is read far more
+// often than it grows. Neither records nor texts move while a sequence grows.
 class FilterEntrySequence {
     struct Record {
         Guid id;
@@ -52,6 +55,7 @@ class FilterEntrySequence {
         std::uint32_t nameLength;
         std::uint32_t urlLength;
     };
+    using Records = std::deque<Record>;
 
   public:
     class const_iterator {
@@ -73,14 +77,16 @@ class FilterEntrySequence {
             ++record_;
             return before;
         }
-        friend bool operator==(const const_iterator&, const const_iterator&) = default;
+        friend bool operator==(const const_iterator& a, const const_iterator& b) {
+            return a.record_ == b.record_;
+        }
 
       private:
         friend class FilterEntrySequence;
-        const_iterator(const FilterEntrySequence* sequence, const Record* record)
+        const_iterator(const FilterEntrySequence* sequence, Records::const_iterator record)
             : sequence_(sequence), record_(record) {}
         const FilterEntrySequence* sequence_ = nullptr;
-        const Record* record_ = nullptr;
+        Records::const_iterator record_;
     };
 
     void Add(const FilterEntryView& entry);
@@ -91,27 +97,24 @@ class FilterEntrySequence {
     std::size_t size() const { return records_.size(); }
     bool empty() const { return records_.empty(); }
     FilterEntryView operator[](std::size_t index) const { return ViewOf(records_[index]); }
-    const_iterator begin() const { return {this, records_.data()}; }
-    const_iterator end() const { return {this, records_.data() + records_.size()}; }
+    const_iterator begin() const { return {this, records_.begin()}; }
+    const_iterator end() const { return {this, records_.end()}; }
 
   private:
     FilterEntryView ViewOf(const Record& record) const {
-        const char16_t* name = text_.data() + record.text;
+        const char16_t* name = text_.At(record.text);
         return {{name, record.nameLength}, {name + record.nameLength, record.urlLength}, record.id};
     }
     // The table's slot of the entry with the id, or the empty slot where it belongs.
     std::uint32_t& SlotOf(const Guid& id, std::uint64_t hash);
     // Grows the table, or makes it again after ShrinkToFit, so that one more entry fits.
     void MakeRoomForOneMore();
-    // Appends the entry's name and url to text_ and returns where they start.
-    std::uint32_t AppendText(const FilterEntryView& entry);
-    // The texts of the entries in a new buffer of the capacity, without those of replaced
-    // entries; the entries are pointed at their places in it.
-    std::u16string PackText(std::size_t capacity);
+    // Moves the texts into a new arena without those of replaced entries.
+    void DropUnusedText();
 
-    std::vector<Record> records_;
-    std::u16string text_;
-    // Texts of replaced entries, still in text_.
+    Records records_;
+    TextArena text_;
+    // Units of text_ that replaced entries left behind.
     std::size_t unusedText_ = 0;
     // Zero for an empty slot, else a few bits of the id's hash above the entry's position + 1.
     std::vector<std::uint32_t> slots_;
