@@ -1,6 +1,7 @@
 #include "policy/web_filter_policy.h"
 
 #include <algorithm>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -8,15 +9,13 @@ namespace sentrel {
 
 namespace {
 
-// A slot holds the entry's position + 1 in its low bits and the top bits of the id's hash above
-// them, so that a probe rarely has to look at an entry whose id only shares the slot.
-constexpr unsigned kPositionBits = 27;
-constexpr std::uint32_t kPositionMask = (std::uint32_t{1} << kPositionBits) - 1;
-constexpr std::size_t kMaxEntries = kPositionMask - 1;
+constexpr std::size_t kMaxEntries = std::numeric_limits<std::uint32_t>::max();
 constexpr std::size_t kMinSlots = 8;
 
-std::uint32_t TagOf(std::uint64_t hash) {
-    return static_cast<std::uint32_t>(hash >> (64 - (32 - kPositionBits))) << kPositionBits;
+// The top bits of the hash, which the slot's place (taken from the low bits) does not tell; a
+// probe looks at an entry only when they agree.
+std::uint8_t TagOf(std::uint64_t hash) {
+    return static_cast<std::uint8_t>(hash >> 57 | 0x80);
 }
 
 std::uint32_t Length(std::u16string_view text) {
@@ -40,9 +39,9 @@ void FilterEntry::Clear() {
 void FilterEntrySequence::Add(const FilterEntryView& entry) {
     MakeRoomForOneMore();
     const std::uint64_t hash = GuidHash{}(entry.id);
-    std::uint32_t& slot = SlotOf(entry.id, hash);
-    if (slot != 0) {
-        Record& record = records_[(slot & kPositionMask) - 1];
+    const std::size_t slot = SlotOf(entry.id, hash);
+    if (tags_[slot] != 0) {
+        Record& record = records_[positions_[slot]];
         const std::uint32_t text = text_.Append(entry.name, entry.url);
         unusedText_ += std::size_t{record.nameLength} + record.urlLength;
         record = {entry.id, text, Length(entry.name), Length(entry.url)};
@@ -61,14 +60,16 @@ void FilterEntrySequence::Add(const FilterEntryView& entry) {
         records_.pop_back();
         throw;
     }
-    slot = TagOf(hash) | static_cast<std::uint32_t>(records_.size());
+    tags_[slot] = TagOf(hash);
+    positions_[slot] = static_cast<std::uint32_t>(records_.size() - 1);
 }
 
 void FilterEntrySequence::Clear() {
     records_.clear();
     text_.Clear();
     unusedText_ = 0;
-    slots_.clear();
+    tags_.clear();
+    positions_.clear();
 }
 
 void FilterEntrySequence::ShrinkToFit() {
@@ -77,16 +78,15 @@ void FilterEntrySequence::ShrinkToFit() {
     }
     text_.ShrinkToFit();
     records_.shrink_to_fit();
-    std::vector<std::uint32_t>().swap(slots_);
+    std::vector<std::uint8_t>().swap(tags_);
+    std::vector<std::uint32_t>().swap(positions_);
 }
 
-std::uint32_t& FilterEntrySequence::SlotOf(const Guid& id, std::uint64_t hash) {
-    const std::uint32_t tag = TagOf(hash);
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
-        std::uint32_t& slot = slots_[i];
-        if (slot == 0 ||
-            ((slot & ~kPositionMask) == tag && records_[(slot & kPositionMask) - 1].id == id)) {
+std::size_t FilterEntrySequence::SlotOf(const Guid& id, std::uint64_t hash) const {
+    const std::uint8_t tag = TagOf(hash);
+    const std::size_t mask = tags_.size() - 1;
+    for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+        if (tags_[slot] == 0 || (tags_[slot] == tag && records_[positions_[slot]].id == id)) {
             return slot;
         }
     }
@@ -94,18 +94,22 @@ std::uint32_t& FilterEntrySequence::SlotOf(const Guid& id, std::uint64_t hash) {
 
 void FilterEntrySequence::MakeRoomForOneMore() {
     // At most three slots in four taken keeps probe runs short.
-    std::size_t capacity = std::max(kMinSlots, slots_.size());
+    std::size_t capacity = std::max(kMinSlots, tags_.size());
     while ((records_.size() + 1) * 4 > capacity * 3) {
         capacity *= 2;
     }
-    if (capacity == slots_.size()) {
+    if (capacity == tags_.size()) {
         return;
     }
-    std::vector<std::uint32_t>(capacity).swap(slots_);
-    for (std::size_t position = 0; position < records_.size(); ++position) {
-        const std::uint64_t hash = GuidHash{}(records_[position].id);
-        SlotOf(records_[position].id, hash) =
-            TagOf(hash) | static_cast<std::uint32_t>(position + 1);
+    std::vector<std::uint32_t> positions(capacity);
+    std::vector<std::uint8_t>(capacity).swap(tags_);
+    positions_.swap(positions);
+    std::uint32_t position = 0;
+    for (const Record& record : records_) {
+        const std::uint64_t hash = GuidHash{}(record.id);
+        const std::size_t slot = SlotOf(record.id, hash);
+        tags_[slot] = TagOf(hash);
+        positions_[slot] = position++;
     }
 }
 

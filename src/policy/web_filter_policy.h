@@ -48,6 +48,10 @@ struct FilterEntry {
 // by id, so that large lists load in linear time without a heap node per entry; it is made when
 // entries are added and let go by ShrinkToFit, since a list held in a policy is read far more
 // often than it grows. Neither records nor texts move while a sequence grows.
+//
+// The table keeps a byte of each id's hash apart from the positions: a probe for a new id, the
+// common case while reading, reads only those bytes, which stay in the cache when the positions
+// and records no longer do.
 class FilterEntrySequence {
     struct Record {
         Guid id;
@@ -106,7 +110,7 @@ class FilterEntrySequence {
         return {{name, record.nameLength}, {name + record.nameLength, record.urlLength}, record.id};
     }
     // The table's slot of the entry with the id, or the empty slot where it belongs.
-    std::uint32_t& SlotOf(const Guid& id, std::uint64_t hash);
+    std::size_t SlotOf(const Guid& id, std::uint64_t hash) const;
     // Grows the table, or makes it again after ShrinkToFit, so that one more entry fits.
     void MakeRoomForOneMore();
     // Moves the texts into a new arena without those of replaced entries.
@@ -116,8 +120,10 @@ class FilterEntrySequence {
     TextArena text_;
     // Units of text_ that replaced entries left behind.
     std::size_t unusedText_ = 0;
-    // Zero for an empty slot, else a few bits of the id's hash above the entry's position + 1.
-    std::vector<std::uint32_t> slots_;
+    // Per slot: zero when empty, else a byte of the id's hash with its top bit set; and the
+    // entry's position.
+    std::vector<std::uint8_t> tags_;
+    std::vector<std::uint32_t> positions_;
 };
 
 struct FilterList {

@@ -128,6 +128,24 @@ constexpr std::array<std::uint8_t, kNameSlots> kElementOfSlot = [] {
     return slots;
 }();
 
+std::uint64_t EightBytesAt(const char16_t* units, std::size_t byte) {
+    std::uint64_t value = 0;
+    std::memcpy(&value, reinterpret_cast<const char*>(units) + byte, sizeof(value));
+    return value;
+}
+
+// Names of the same length, at least four units, compared eight bytes at a time (the last eight
+// may overlap the ones before).
+bool SameUnits(std::u16string_view a, std::u16string_view b) {
+    const std::size_t bytes = a.size() * sizeof(char16_t);
+    for (std::size_t byte = 0; byte + 8 < bytes; byte += 8) {
+        if (EightBytesAt(a.data(), byte) != EightBytesAt(b.data(), byte)) {
+            return false;
+        }
+    }
+    return EightBytesAt(a.data(), bytes - 8) == EightBytesAt(b.data(), bytes - 8);
+}
+
 // Every element start and end goes through here: one slot, then one comparison, which is
 // folded only for a name not written as the writer writes it.
 const PolicyElement* Recognize(std::u16string_view name) {
@@ -139,10 +157,8 @@ const PolicyElement* Recognize(std::u16string_view name) {
         return nullptr;
     }
     const std::u16string_view known = kPolicyElements[index].name;
-    const bool same =
-        known.size() == name.size() &&
-        (std::memcmp(known.data(), name.data(), name.size() * sizeof(char16_t)) == 0 ||
-         EqualsIgnoringAsciiCase(name, known));
+    const bool same = known.size() == name.size() &&
+                      (SameUnits(name, known) || EqualsIgnoringAsciiCase(name, known));
     return same ? &kPolicyElements[index] : nullptr;
 }
 
