@@ -11,22 +11,19 @@ namespace {
 
 // A small list takes little more than its texts.
 constexpr std::size_t kFirstUnits = 64;
-constexpr std::size_t kMaxOffsets = std::size_t{std::numeric_limits<std::uint32_t>::max()} + 1;
+constexpr std::size_t kMaxChunks =
+    (std::size_t{std::numeric_limits<std::uint32_t>::max()} + 1) >> TextArena::kChunkBits;
 
 }  // namespace
 
-TextArena::TextArena(const TextArena& other) : bases_(other.bases_.size()), size_(other.size_) {
+TextArena::TextArena(const TextArena& other) : size_(other.size_) {
     chunks_.reserve(other.chunks_.size());
-    for (std::size_t i = 0; i < other.chunks_.size(); ++i) {
-        const Chunk& from = other.chunks_[i];
+    for (const Chunk& from : other.chunks_) {
         Chunk& chunk = chunks_.emplace_back();
         chunk.units = std::make_unique_for_overwrite<char16_t[]>(from.used);
         std::copy_n(from.units.get(), from.used, chunk.units.get());
-        chunk.start = from.start;
         chunk.used = from.used;
         chunk.capacity = from.used;
-        PlaceChunk(chunk, i + 1 < other.chunks_.size() ? other.chunks_[i + 1].start >> kChunkBits
-                                                       : bases_.size());
     }
 }
 
@@ -41,8 +38,9 @@ std::uint32_t TextArena::Append(std::u16string_view first, std::u16string_view s
     const std::size_t length = first.size() + second.size();
     // The parts may lie in memory that growing lets go; it goes once they are copied.
     std::unique_ptr<char16_t[]> released;
-    if (chunks_.empty() ||
-        chunks_.back().used + length > std::max(chunks_.back().capacity, kChunkUnits)) {
+    // A text starts at a place below kChunkUnits, and only a text of its own goes beyond it.
+    if (chunks_.empty() || chunks_.back().used >= kChunkUnits ||
+        length > kChunkUnits - chunks_.back().used) {
         AddChunk(std::max(length, chunks_.empty() ? kFirstUnits : kChunkUnits));
     } else if (Chunk& last = chunks_.back(); last.used + length > last.capacity) {
         released =
@@ -51,7 +49,7 @@ std::uint32_t TextArena::Append(std::u16string_view first, std::u16string_view s
     Chunk& last = chunks_.back();
     char16_t* place = last.units.get() + last.used;
     std::copy(second.begin(), second.end(), std::copy(first.begin(), first.end(), place));
-    const std::size_t offset = last.start + last.used;
+    const std::size_t offset = (chunks_.size() - 1) << kChunkBits | last.used;
     last.used += length;
     size_ += length;
     return static_cast<std::uint32_t>(offset);
@@ -59,7 +57,6 @@ std::uint32_t TextArena::Append(std::u16string_view first, std::u16string_view s
 
 void TextArena::Clear() {
     chunks_.clear();
-    bases_.clear();
     size_ = 0;
 }
 
@@ -68,41 +65,22 @@ void TextArena::ShrinkToFit() {
         Reallocate(chunks_.back().used);
     }
     chunks_.shrink_to_fit();
-    bases_.shrink_to_fit();
 }
 
 std::unique_ptr<char16_t[]> TextArena::Reallocate(std::size_t capacity) {
     Chunk& last = chunks_.back();
     auto units = std::make_unique_for_overwrite<char16_t[]>(capacity);
     std::copy_n(last.units.get(), last.used, units.get());
-    bases_[last.start >> kChunkBits] = units.get();
     last.capacity = capacity;
     std::swap(last.units, units);
     return units;
 }
 
 void TextArena::AddChunk(std::size_t capacity) {
-    const std::size_t slot = bases_.size();
-    const std::size_t slots = (capacity + kChunkUnits - 1) >> kChunkBits;
-    if ((slot << kChunkBits) + capacity > kMaxOffsets) {
+    if (chunks_.size() == kMaxChunks) {
         throw std::bad_alloc();
     }
-    Chunk chunk{std::make_unique_for_overwrite<char16_t[]>(capacity), slot << kChunkBits, 0,
-                capacity};
-    bases_.resize(slot + slots);
-    try {
-        chunks_.push_back(std::move(chunk));
-    } catch (...) {
-        bases_.resize(slot);
-        throw;
-    }
-    PlaceChunk(chunks_.back(), bases_.size());
-}
-
-void TextArena::PlaceChunk(const Chunk& chunk, std::size_t slotEnd) {
-    for (std::size_t slot = chunk.start >> kChunkBits; slot < slotEnd; ++slot) {
-        bases_[slot] = chunk.units.get() + ((slot << kChunkBits) - chunk.start);
-    }
+    chunks_.push_back({std::make_unique_for_overwrite<char16_t[]>(capacity), 0, capacity});
 }
 
 }  // namespace sentrel

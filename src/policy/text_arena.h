@@ -8,10 +8,10 @@
 
 namespace sentrel {
 
-// UTF-16 texts found by 32-bit offsets. Offsets are cut into slots of kChunkUnits units, each
-// filled by one chunk of memory (a text longer than a slot gets a chunk over several slots), so
-// that growing never copies what is there: of all chunks only the last one may still grow, and
-// only while it is smaller than a slot. A copy keeps every offset.
+// UTF-16 texts found by 32-bit offsets: the chunk's number above kChunkBits bits of place in it.
+// Chunks hold up to kChunkUnits units, so that growing never copies what is there: of all chunks
+// only the last one may still grow, and only while it is smaller than that. A longer text gets
+// a chunk of its own and starts at its place 0. A copy keeps every offset.
 class TextArena {
   public:
     static constexpr unsigned kChunkBits = 15;
@@ -27,7 +27,7 @@ class TextArena {
     // may lie in the arena itself. Throws std::bad_alloc when offsets run out.
     std::uint32_t Append(std::u16string_view first, std::u16string_view second);
     const char16_t* At(std::uint32_t offset) const {
-        return bases_[offset >> kChunkBits] + (offset & (kChunkUnits - 1));
+        return chunks_[offset >> kChunkBits].units.get() + (offset & (kChunkUnits - 1));
     }
     // Units appended since the arena was empty.
     std::size_t Size() const { return size_; }
@@ -38,7 +38,6 @@ class TextArena {
   private:
     struct Chunk {
         std::unique_ptr<char16_t[]> units;
-        std::size_t start = 0;  // the offset of its first unit, at a slot's start
         std::size_t used = 0;
         std::size_t capacity = 0;
     };
@@ -46,11 +45,8 @@ class TextArena {
     // Puts the last chunk in memory of the capacity, keeping its units; gives back its old memory.
     std::unique_ptr<char16_t[]> Reallocate(std::size_t capacity);
     void AddChunk(std::size_t capacity);
-    // Points the slots of the chunk, up to slotEnd, at its memory.
-    void PlaceChunk(const Chunk& chunk, std::size_t slotEnd);
 
     std::vector<Chunk> chunks_;
-    std::vector<char16_t*> bases_;  // where each slot's first unit is
     std::size_t size_ = 0;
 };
 
