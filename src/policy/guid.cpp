@@ -1,5 +1,6 @@
 #include "policy/guid.h"
 
+#include <bit>
 #include <cstring>
 #include <optional>
 
@@ -60,13 +61,15 @@ std::uint16_t Guid::Data3() const {
     return static_cast<std::uint16_t>(bytes[6] | bytes[7] << 8);
 }
 
-std::size_t GuidHash::operator()(const Guid& guid) const noexcept {
-    // The bytes are random already; folding them is enough.
+std::uint64_t GuidHash::operator()(const Guid& guid) const noexcept {
+    // Random ids need little mixing, but ids set by hand differ in a few bytes only: the
+    // multiplication spreads them over the high bits, the shift brings those down again.
     std::uint64_t low = 0;
     std::uint64_t high = 0;
     std::memcpy(&low, guid.bytes.data(), 8);
     std::memcpy(&high, guid.bytes.data() + 8, 8);
-    return std::hash<std::uint64_t>{}(low ^ (high * 0x9E3779B97F4A7C15ull));
+    const std::uint64_t mixed = (low ^ std::rotl(high, 32)) * 0x9E3779B97F4A7C15ull;
+    return mixed ^ (mixed >> 29);
 }
 
 std::u16string GuidToText(const Guid& guid) {

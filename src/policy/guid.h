@@ -4,7 +4,6 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
 
@@ -27,8 +26,9 @@ struct Guid {
     friend bool operator==(const Guid&, const Guid&) = default;
 };
 
+// A hash of the id with every one of its 64 bits mixed: tables take both low and high bits.
 struct GuidHash {
-    std::size_t operator()(const Guid& guid) const noexcept;
+    std::uint64_t operator()(const Guid& guid) const noexcept;
 };
 
 // The braced registry form, 38 characters, upper-case hexadecimal:

@@ -2,18 +2,28 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <iterator>
 #include <map>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <vector>
 
 #include "policy/guid.h"
+#include "policy/text_arena.h"
 
 namespace sentrel {
 
 enum FilterListType : std::int32_t {
     FilterListWhite = 0,
     FilterListBlack = 1,
+};
+
+// An entry as a sequence holds it: its texts stay valid until the sequence changes.
+struct FilterEntryView {
+    std::u16string_view name;
+    std::u16string_view url;
+    Guid id;
 };
 
 struct FilterEntry {
@@ -23,29 +33,97 @@ struct FilterEntry {
 
     // Every construction draws a fresh random id.
     explicit FilterEntry(std::u16string entryName = {}, std::u16string entryUrl = {});
+    // A copy of a held entry, id included.
+    explicit FilterEntry(const FilterEntryView& entry);
 
+    operator FilterEntryView() const { return {name, url, id}; }
     void Clear();
 };
 
 // The entries of one list side, in insertion order, with entry ids unique in the sequence.
-// Adding an entry whose id is already present overwrites that entry in place; an index of the
-// ids keeps that check from scanning the whole sequence, so large lists load in linear time.
+// Adding an entry whose id is already present overwrites that entry in place.
+//
+// Every manager object holds a policy, so entries are packed: a record per entry, and the
+// entries' texts side by side in an arena. An open-addressing table of positions finds an entry
+// by id, so that large lists load in linear time without a heap node per entry; it is made when
+// entries are added and let go by ShrinkToFit, since a list held in a policy is read far more
+// often than it grows. Neither records nor texts move while a sequence grows.
+//
+// The table keeps a byte of each id's hash apart from the positions: a probe for a new id, the
+// common case while reading, reads only those bytes, which stay in the cache when the positions
+// and records no longer do.
 class FilterEntrySequence {
+    struct Record {
+        Guid id;
+        std::uint32_t text;  // where the name starts in text_; the url follows it
+        std::uint32_t nameLength;
+        std::uint32_t urlLength;
+    };
+    using Records = std::deque<Record>;
+
   public:
-    using const_iterator = std::vector<FilterEntry>::const_iterator;
+    class const_iterator {
+      public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = FilterEntryView;
+        using difference_type = std::ptrdiff_t;
+        using pointer = void;
+        using reference = FilterEntryView;
 
-    void Add(const FilterEntry& entry);
+        const_iterator() = default;
+        FilterEntryView operator*() const { return sequence_->ViewOf(*record_); }
+        const_iterator& operator++() {
+            ++record_;
+            return *this;
+        }
+        const_iterator operator++(int) {
+            const const_iterator before = *this;
+            ++record_;
+            return before;
+        }
+        friend bool operator==(const const_iterator& a, const const_iterator& b) {
+            return a.record_ == b.record_;
+        }
+
+      private:
+        friend class FilterEntrySequence;
+        const_iterator(const FilterEntrySequence* sequence, Records::const_iterator record)
+            : sequence_(sequence), record_(record) {}
+        const FilterEntrySequence* sequence_ = nullptr;
+        Records::const_iterator record_;
+    };
+
+    void Add(const FilterEntryView& entry);
     void Clear();
+    // Gives back the room that growing and replacing left unused, and the id table.
+    void ShrinkToFit();
 
-    std::size_t size() const { return entries_.size(); }
-    bool empty() const { return entries_.empty(); }
-    const FilterEntry& operator[](std::size_t index) const { return entries_[index]; }
-    const_iterator begin() const { return entries_.begin(); }
-    const_iterator end() const { return entries_.end(); }
+    std::size_t size() const { return records_.size(); }
+    bool empty() const { return records_.empty(); }
+    FilterEntryView operator[](std::size_t index) const { return ViewOf(records_[index]); }
+    const_iterator begin() const { return {this, records_.begin()}; }
+    const_iterator end() const { return {this, records_.end()}; }
 
   private:
-    std::vector<FilterEntry> entries_;
-    std::unordered_map<Guid, std::size_t, GuidHash> positions_;
+    FilterEntryView ViewOf(const Record& record) const {
+        const char16_t* name = text_.At(record.text);
+        return {{name, record.nameLength}, {name + record.nameLength, record.urlLength}, record.id};
+    }
+    // The table's slot of the entry with the id, or the empty slot where it belongs.
+    std::size_t SlotOf(const Guid& id, std::uint64_t hash) const;
+    // Grows the table, or makes it again after ShrinkToFit, so that one more entry fits.
+    void MakeRoomForOneMore();
+    // Moves the texts into a new arena without those of replaced entries.
+    void DropUnusedText();
+
+    Records records_;
+    TextArena text_;
+    // Units of text_ that replaced entries left behind.
+    std::size_t unusedText_ = 0;
+    // Per slot: zero when empty, else a byte of the id's hash with its top bit set; and the
+    // entry's position.
+    std::vector<std::uint8_t> tags_;
+    std::vector<std::uint32_t> positions_;
 };
 
 struct FilterList {
@@ -58,8 +136,8 @@ struct FilterList {
     // A white list with the given name and a fresh random id.
     explicit FilterList(std::u16string listName = {});
 
-    void AddEntry(const FilterEntry& entry) { mainEntries.Add(entry); }
-    void AddException(const FilterEntry& entry) { exceptionEntries.Add(entry); }
+    void AddEntry(const FilterEntryView& entry) { mainEntries.Add(entry); }
+    void AddException(const FilterEntryView& entry) { exceptionEntries.Add(entry); }
     // Empties name, id and both sequences; the type stays.
     void Clear();
 };
@@ -78,7 +156,8 @@ struct WebFilterPolicy {
     // Stores a copy of the list under its id, replacing a list with the same id wholly; a list
     // without an id (all-zero) is stored under a fresh one, which becomes its id.
     void AddList(const FilterList& list);
-    // The same, taking the list over rather than copying it.
+    // The same, taking the list over rather than copying it; its sequences give back the room
+    // they kept for growing.
     void AddList(FilterList&& list);
 };
 

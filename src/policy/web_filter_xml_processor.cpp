@@ -1,8 +1,8 @@
 #include "policy/web_filter_xml_processor.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -99,25 +99,67 @@ constexpr std::array<PolicyElement, 20> kPolicyElements = [] {
         elements[count++] = {names.exceptions.name, PolicyRole::EntryName, names.type};
         elements[count++] = {names.exceptions.url, PolicyRole::EntryUrl, names.type};
     }
-    // By length, so that a name is compared only with names of its own length.
-    std::sort(elements.begin(), elements.end(), [](const PolicyElement& a, const PolicyElement& b) {
-        return a.name.size() < b.name.size();
-    });
     return elements;
 }();
 
-const PolicyElement* Recognize(std::u16string_view name) {
-    const auto shorter = [](const PolicyElement& element, std::size_t size) {
-        return element.name.size() < size;
-    };
-    for (auto element =
-             std::lower_bound(kPolicyElements.begin(), kPolicyElements.end(), name.size(), shorter);
-         element != kPolicyElements.end() && element->name.size() == name.size(); ++element) {
-        if (EqualsIgnoringAsciiCase(name, element->name)) {
-            return &*element;
+constexpr std::size_t kShortestName = 4;
+constexpr std::size_t kLongestName = 13;
+constexpr std::size_t kNameSlots = 64;
+constexpr std::uint8_t kNoElement = 0xFF;
+
+// The length and the first and third letters tell the names apart; the factors are chosen so
+// that no two of them share a slot, which building the table checks. Setting bit 5 lowers an
+// ASCII letter (and changes other characters, which the comparison then refuses).
+constexpr std::size_t NameSlot(std::u16string_view name) {
+    return (name.size() + (name[0] | 0x20u) + 12u * (name[2] | 0x20u)) % kNameSlots;
+}
+
+constexpr std::array<std::uint8_t, kNameSlots> kElementOfSlot = [] {
+    std::array<std::uint8_t, kNameSlots> slots{};
+    slots.fill(kNoElement);
+    for (std::size_t i = 0; i < kPolicyElements.size(); ++i) {
+        const std::u16string_view name = kPolicyElements[i].name;
+        if (name.size() < kShortestName || name.size() > kLongestName ||
+            slots[NameSlot(name)] != kNoElement) {
+            throw "two element names share a slot";
+        }
+        slots[NameSlot(name)] = static_cast<std::uint8_t>(i);
+    }
+    return slots;
+}();
+
+std::uint64_t EightBytesAt(const char16_t* units, std::size_t byte) {
+    std::uint64_t value = 0;
+    std::memcpy(&value, reinterpret_cast<const char*>(units) + byte, sizeof(value));
+    return value;
+}
+
+// Names of the same length, at least four units, compared eight bytes at a time (the last eight
+// may overlap the ones before).
+bool SameUnits(std::u16string_view a, std::u16string_view b) {
+    const std::size_t bytes = a.size() * sizeof(char16_t);
+    for (std::size_t byte = 0; byte + 8 < bytes; byte += 8) {
+        if (EightBytesAt(a.data(), byte) != EightBytesAt(b.data(), byte)) {
+            return false;
         }
     }
-    return nullptr;
+    return EightBytesAt(a.data(), bytes - 8) == EightBytesAt(b.data(), bytes - 8);
+}
+
+// Every element start and end goes through here: one slot, then one comparison, which is
+// folded only for a name not written as the writer writes it.
+const PolicyElement* Recognize(std::u16string_view name) {
+    if (name.size() < kShortestName || name.size() > kLongestName) {
+        return nullptr;
+    }
+    const std::uint8_t index = kElementOfSlot[NameSlot(name)];
+    if (index == kNoElement) {
+        return nullptr;
+    }
+    const std::u16string_view known = kPolicyElements[index].name;
+    const bool same = known.size() == name.size() &&
+                      (SameUnits(name, known) || EqualsIgnoringAsciiCase(name, known));
+    return same ? &kPolicyElements[index] : nullptr;
 }
 
 // As _wtoi reads it, with the resulting 32 bits kept unsigned: -1 reads as 4294967295.
@@ -134,7 +176,7 @@ void Require(bool succeeded) {
 void WriteEntries(WebFilterXmlProcessor& processor, const FilterEntrySequence& entries,
                   const EntryElementNames& names) {
     Require(processor.StartElement(names.container));
-    for (const FilterEntry& entry : entries) {
+    for (const FilterEntryView& entry : entries) {
         Require(processor.StartElement(names.entry));
         Require(processor.WriteTextElement(names.name, entry.name));
         Require(processor.WriteTextElement(names.url, entry.url));

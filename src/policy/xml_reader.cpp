@@ -649,6 +649,9 @@ void XmlReader::SkipWhiteSpace(std::size_t& i) const {
 }
 
 bool XmlReader::HasDuplicateAttribute() {
+    if (attributes_.size() < 2) {
+        return false;  // the common case, without the sort's call
+    }
     std::sort(attributes_.begin(), attributes_.end(),
               [](const Attribute& a, const Attribute& b) { return a.name < b.name; });
     return std::adjacent_find(attributes_.begin(), attributes_.end(),

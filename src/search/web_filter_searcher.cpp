@@ -27,7 +27,7 @@ void WebFilterSearcher::LoadPolicy(const WebFilterPolicy& policy) {
     try {
         for (const auto& [id, list] : policy.lists) {
             SchemeToInfoMapType& target = list.type == FilterListWhite ? whiteIndex_ : blackIndex_;
-            for (const FilterEntry& entry : list.mainEntries) {
+            for (const auto& entry : list.mainEntries) {
                 InsertUrl(NormalizedUrlText(entry.url).view(), target);
             }
         }

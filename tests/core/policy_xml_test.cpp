@@ -22,7 +22,7 @@ std::string Describe(const WebFilterPolicy& policy) {
                 test::Readable(list.name) + " ";
         for (const FilterEntrySequence* entries : {&list.mainEntries, &list.exceptionEntries}) {
             text += "[";
-            for (const FilterEntry& entry : *entries) {
+            for (const FilterEntryView& entry : *entries) {
                 text += ' ' + test::Readable(entry.name) + '=' + test::Readable(entry.url);
             }
             text += " ]";
@@ -104,7 +104,7 @@ TEST(SerializePolicy, NumbersAreWrittenUnsignedAndListsOfUnknownTypeGiveEmptyTex
 TEST(SerializePolicy, TextXmlCannotCarryFailsWithEFail) {
     WebFilterPolicy policy = ExamplePolicy();
     FilterList& list = policy.lists.begin()->second;
-    FilterEntry entry = list.mainEntries[0];
+    FilterEntry entry(list.mainEntries[0]);
     entry.url = u"a\xD800";
     list.AddEntry(entry);  // replaces the entry of the same id in place
     ASSERT_EQ(list.mainEntries.size(), 1u);

@@ -6,7 +6,7 @@
 
 namespace sentrel::cli {
 
-std::optional<EntryKeys> KeysOfEntry(const FilterEntry& entry, CrackFailure* why) {
+std::optional<EntryKeys> KeysOfEntry(const FilterEntryView& entry, CrackFailure* why) {
     CrackedUrl cracked;
     if (!CrackUrl(NormalizeUrlText(entry.url), cracked, why)) {
         return std::nullopt;
@@ -59,12 +59,12 @@ std::vector<EntrySource> EntriesWithKeys(const WebFilterPolicy& policy, bool whi
         if (FeedsWhiteIndex(list) != white) {
             continue;
         }
-        for (const FilterEntry& entry : list.mainEntries) {
+        for (const FilterEntryView& entry : list.mainEntries) {
             const std::optional<EntryKeys> entryKeys = KeysOfEntry(entry);
             if (entryKeys && entryKeys->schemeKey == keys.schemeKey &&
                 entryKeys->hasHost == keys.hasHost && entryKeys->hostKey == keys.hostKey &&
                 entryKeys->port == keys.port && entryKeys->pathKey == keys.pathKey) {
-                sources.push_back({&list, &entry});
+                sources.push_back({&list, entry});
             }
         }
     }

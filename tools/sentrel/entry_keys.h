@@ -21,7 +21,7 @@ struct EntryKeys {
 };
 
 // The keys of an entry's url, or none when it cannot be cracked (why then says why).
-std::optional<EntryKeys> KeysOfEntry(const FilterEntry& entry, CrackFailure* why = nullptr);
+std::optional<EntryKeys> KeysOfEntry(const FilterEntryView& entry, CrackFailure* why = nullptr);
 
 // Why a text could not be cracked, in words.
 std::string_view DescribeCrackFailure(CrackFailure why);
@@ -33,7 +33,7 @@ inline bool FeedsWhiteIndex(const FilterList& list) {
 
 struct EntrySource {
     const FilterList* list;
-    const FilterEntry* entry;
+    FilterEntryView entry;
 };
 
 // The main entries of the white (or black) lists whose keys are the given ones.

@@ -89,7 +89,7 @@ void PrintMatch(const LoadedPolicy& loaded, bool white, const IndexTrace& trace,
     for (const EntrySource& source : EntriesWithKeys(loaded.policy, white, keys)) {
         out << "list        " << Quoted(source.list->name) << " "
             << Utf16ToUtf8(GuidToText(source.list->id)) << "\n"
-            << "entry       " << Quoted(source.entry->name) << " " << Quoted(source.entry->url)
+            << "entry       " << Quoted(source.entry.name) << " " << Quoted(source.entry.url)
             << "\n";
     }
 }

@@ -23,7 +23,7 @@ std::string Describe(const FilterList& list) {
            " " + Utf16ToUtf8(GuidToText(list.id));
 }
 
-std::string Describe(const FilterEntry& entry) {
+std::string Describe(const FilterEntryView& entry) {
     return "entry " + Quoted(entry.name) + " " + Quoted(entry.url);
 }
 
@@ -92,7 +92,7 @@ void LintDocument(std::shared_ptr<ByteStream> document, Findings& findings) {
 
 struct KeyedEntry {
     const FilterList* list;
-    const FilterEntry* entry;
+    FilterEntryView entry;
     EntryKeys keys;
 };
 
@@ -126,9 +126,9 @@ void LintIndexSide(const std::vector<KeyedEntry>& entries, Findings& findings) {
                 if (i == j || (same && j > i) || !Covers(broad, narrow)) {
                     continue;
                 }
-                findings.Report(Describe(*group[i]->entry) + " of " + Describe(*group[i]->list) +
+                findings.Report(Describe(group[i]->entry) + " of " + Describe(*group[i]->list) +
                                 (same ? " repeats " : " is covered by ") +
-                                Describe(*group[j]->entry) + " of " + Describe(*group[j]->list));
+                                Describe(group[j]->entry) + " of " + Describe(*group[j]->list));
                 break;
             }
         }
@@ -166,7 +166,7 @@ int RunLint(const Arguments& arguments, CommandStreams& streams) {
     std::vector<KeyedEntry> white;
     std::vector<KeyedEntry> black;
     for (const auto& [id, list] : loaded.policy.lists) {
-        for (const FilterEntry& entry : list.mainEntries) {
+        for (const FilterEntryView& entry : list.mainEntries) {
             CrackFailure why = CrackFailure::None;
             const std::optional<EntryKeys> keys = KeysOfEntry(entry, &why);
             if (!keys) {
@@ -182,7 +182,7 @@ int RunLint(const Arguments& arguments, CommandStreams& streams) {
                                 " index non-empty but matches nothing");
                 continue;
             }
-            (FeedsWhiteIndex(list) ? white : black).push_back({&list, &entry, *keys});
+            (FeedsWhiteIndex(list) ? white : black).push_back({&list, entry, *keys});
         }
         if (!list.exceptionEntries.empty()) {
             findings.Report(Describe(list) + " has " +
