@@ -1,6 +1,5 @@
-#include <random>
-
 #include "policy/guid.h"
+#include "policy/random_seed.h"
 
 namespace sentrel {
 
@@ -10,10 +9,7 @@ namespace {
 // an id per entry of a large list costs a few instructions and no cache lines.
 class IdGenerator {
   public:
-    IdGenerator() {
-        std::random_device device;
-        state_ = std::uint64_t{device()} << 32 | device();
-    }
+    IdGenerator() : state_(RandomSeed()) {}
 
     std::uint64_t Next() {
         std::uint64_t value = state_ += 0x9E3779B97F4A7C15ull;
@@ -23,12 +19,12 @@ class IdGenerator {
     }
 
   private:
-    std::uint64_t state_ = 0;
+    std::uint64_t state_;
 };
 
 }  // namespace
 
-// A version-4 GUID from a per-thread generator seeded by the system's entropy source.
+// A version-4 GUID from a per-thread generator seeded from the platform.
 Guid GenerateRandomGuid() {
     thread_local IdGenerator generator;
     Guid guid;
