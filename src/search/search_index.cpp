@@ -1,15 +1,55 @@
 #include "search/search_index.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 
 namespace sentrel {
 
+namespace {
+
+constexpr std::uint64_t kKeyHashStart = 0xCBF29CE484222325u;
+
+// Up to four characters as one number.
+std::uint64_t BlockOf(const char16_t* chars, std::size_t count) {
+    std::uint64_t block = 0;
+    std::memcpy(&block, chars, count * sizeof(char16_t));
+    return block;
+}
+
+std::uint64_t AddBlock(std::uint64_t hash, std::uint64_t block) {
+    return std::rotl((hash ^ block) * 0x9E3779B97F4A7C15u, 29);
+}
+
+// The hash of the text from start, given the hash after its whole blocks from the end.
+std::uint64_t FinishKeyHash(std::uint64_t wholeBlocks, std::u16string_view text,
+                            std::size_t start) {
+    const std::size_t length = text.size() - start;
+    // Keys are far shorter than 2^16 characters, and at most three characters take 48 bits.
+    return AddBlock(wholeBlocks,
+                    BlockOf(text.data() + start, length % 4) | std::uint64_t{length} << 48);
+}
+
+}  // namespace
+
 std::uint64_t KeyHashOf(std::u16string_view key) {
     std::uint64_t hash = kKeyHashStart;
-    for (auto ch = key.rbegin(); ch != key.rend(); ++ch) {
-        hash = PrependToKeyHash(hash, *ch);
+    std::size_t end = key.size();
+    for (; end >= 4; end -= 4) {
+        hash = AddBlock(hash, BlockOf(key.data() + end - 4, 4));
     }
-    return hash;
+    return FinishKeyHash(hash, key, 0);
+}
+
+HostSuffixHashes::HostSuffixHashes(std::u16string_view hostKey) : key_(hostKey) {
+    blocks_[0] = kKeyHashStart;
+    for (std::size_t i = 1; i <= key_.size() / 4; ++i) {
+        blocks_[i] = AddBlock(blocks_[i - 1], BlockOf(key_.data() + key_.size() - 4 * i, 4));
+    }
+}
+
+std::uint64_t HostSuffixHashes::Of(std::size_t start) const {
+    return FinishKeyHash(blocks_[(key_.size() - start) / 4], key_, start);
 }
 
 bool StringSetTypeStruct::contains(std::u16string_view pathKey) const {

@@ -1,22 +1,33 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
 #include <vector>
 
+#include "search/cracked_url.h"
 #include "search/key_arena.h"
 
 namespace sentrel {
 
-// The hash of a key is built from its last character back to its first, so that one pass from
-// the right over a host key passes the hash of every suffix of it on its way.
-inline constexpr std::uint64_t kKeyHashStart = 0xCBF29CE484222325u;
-inline std::uint64_t PrependToKeyHash(std::uint64_t hash, char16_t ch) {
-    return (hash ^ ch) * 0x100000001B3u;
-}
+// The hash of a key, read from its end in blocks of four characters, the 0 to 3 characters
+// before the last whole block and the length last. Every suffix of a text thus shares the blocks
+// it wholly holds with the longer ones: one pass from the right over a host key gives the hashes
+// of all the suffixes that a decision looks up.
 std::uint64_t KeyHashOf(std::u16string_view key);
+
+// The KeyHashOf every suffix of one host key.
+class HostSuffixHashes {
+  public:
+    explicit HostSuffixHashes(std::u16string_view hostKey);
+    std::uint64_t Of(std::size_t start) const;
+
+  private:
+    std::u16string_view key_;
+    std::array<std::uint64_t, kHostLimit / 4 + 1> blocks_;  // the hash after each whole block
+};
 
 class SchemeToInfoMapType;
 

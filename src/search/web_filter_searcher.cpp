@@ -1,6 +1,5 @@
 #include "search/web_filter_searcher.h"
 
-#include <array>
 #include <optional>
 #include <string>
 
@@ -135,34 +134,25 @@ bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToIn
         return Miss(trace, IndexOutcome::NoHost);
     }
     // The host key, then each shorter suffix of the walk, until one is listed; the first one
-    // listed decides alone. Each candidate starts at least two characters after the one before,
-    // so a host key within its limit has at most this many.
+    // listed decides alone.
     const std::u16string_view hostKey = HostKey(cracked);
-    constexpr std::size_t kMaxCandidates = kHostLimit / 2 + 1;
-    std::array<std::size_t, kMaxCandidates> starts;
-    std::size_t count = 0;
-    WalkHostCandidates(hostKey, [&starts, &count](std::size_t start) {
-        starts[count++] = start;
-        return count == starts.size();
+    const HostSuffixHashes hashes(hostKey);
+    bool matched = false;
+    const bool found = WalkHostCandidates(hostKey, [&](std::size_t start) {
+        const std::u16string_view candidate = hostKey.substr(start);
+        const std::optional<PortToPathsMapTypeStruct> ports =
+            hosts->Find(candidate, hashes.Of(start));
+        if (!ports) {
+            return false;
+        }
+        if (trace != nullptr) {
+            trace->hostKey.assign(candidate);
+        }
+        matched = IsUrlInPortMap(cracked, *ports, trace);
+        return true;
     });
-    // Their hashes in one pass from the right.
-    std::array<std::uint64_t, kMaxCandidates> hashes;
-    std::uint64_t hash = kKeyHashStart;
-    for (std::size_t i = hostKey.size(), next = count; next > 0;) {
-        while (i > starts[next - 1]) {
-            hash = PrependToKeyHash(hash, hostKey[--i]);
-        }
-        hashes[--next] = hash;
-    }
-    for (std::size_t k = 0; k < count; ++k) {
-        const std::u16string_view candidate = hostKey.substr(starts[k]);
-        if (const std::optional<PortToPathsMapTypeStruct> ports =
-                hosts->Find(candidate, hashes[k])) {
-            if (trace != nullptr) {
-                trace->hostKey.assign(candidate);
-            }
-            return IsUrlInPortMap(cracked, *ports, trace);
-        }
+    if (found) {
+        return matched;
     }
     return Miss(trace, IndexOutcome::HostWalkExhausted);
 }
