@@ -153,6 +153,10 @@ void BM_LoadPolicy(benchmark::State& state) {
         searcher.LoadPolicy(corpus.policy);
     }
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(entries));
+    // Time per entry, to compare loads of different sizes.
+    state.counters["time_per_entry"] =
+        benchmark::Counter(static_cast<double>(state.iterations()) * static_cast<double>(entries),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
     state.counters["index_bytes_per_entry"] =
         static_cast<double>(loaded.liveBytes - empty.liveBytes) / static_cast<double>(entries);
     state.counters["allocs_per_entry"] =
