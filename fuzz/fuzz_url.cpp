@@ -25,10 +25,11 @@ void Require(bool condition) {
     }
 }
 
-template <std::size_t Limit>
-void RequireSound(const BoundedText<Limit>& text) {
-    Require(text.length() <= Limit);
-    Require(text.c_str()[text.length()] == u'\0');
+// A part is a view of the cracked text within its limit.
+void RequireSound(std::u16string_view part, std::size_t limit, std::u16string_view text) {
+    Require(part.size() <= limit);
+    Require(part.empty() ||
+            (part.data() >= text.data() && part.data() + part.size() <= text.data() + text.size()));
 }
 
 void RequireCleared(const CrackedUrl& cracked) {
@@ -37,21 +38,21 @@ void RequireCleared(const CrackedUrl& cracked) {
     Require(cracked.schemeId == UrlScheme::Other && cracked.port == 0 && !cracked.portNamed);
 }
 
-void RequireSound(const CrackedUrl& cracked) {
-    RequireSound(cracked.scheme);
-    RequireSound(cracked.host);
-    RequireSound(cracked.userName);
-    RequireSound(cracked.password);
-    RequireSound(cracked.path);
-    RequireSound(cracked.tail);
+void RequireSound(const CrackedUrl& cracked, std::u16string_view text) {
+    RequireSound(cracked.scheme, kSchemeLimit, text);
+    RequireSound(cracked.host, kHostLimit, text);
+    RequireSound(cracked.userName, kUserInfoLimit, text);
+    RequireSound(cracked.password, kUserInfoLimit, text);
+    RequireSound(cracked.path, kPathLimit, text);
+    RequireSound(cracked.tail, kTailLimit, text);
     if (cracked.schemeId == UrlScheme::File || cracked.schemeId == UrlScheme::News ||
         cracked.schemeId == UrlScheme::Mailto) {
         Require(cracked.port == 0);
     }
     Require(!cracked.password.empty() ? !cracked.userName.empty() : true);
     const std::u16string_view pathKey = PathKey(cracked);
-    Require(pathKey.size() <= cracked.path.length());
-    Require(HostKey(cracked).size() <= cracked.host.length());
+    Require(pathKey.size() <= cracked.path.size());
+    Require(HostKey(cracked).size() <= cracked.host.size());
 }
 
 // A small fixed policy under each filter type, built once.
@@ -118,16 +119,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     // Raw text too: cracking must hold up on input nobody normalised.
     if (CrackUrl(text, *cracked)) {
-        RequireSound(*cracked);
+        RequireSound(*cracked, text);
     } else {
         RequireCleared(*cracked);
     }
 
     if (CrackUrl(normalized, *cracked)) {
-        RequireSound(*cracked);
+        RequireSound(*cracked, normalized);
         // An entry always matches the URL it was made from.
         SchemeToInfoMapType index;
         WebFilterSearcher::InsertUrl(normalized, index);
+        index.Seal();
         Require(index.size() == 1);
         Require(WebFilterSearcher::IsUrlInIndex(*cracked, index) == !cracked->host.empty());
     } else {

@@ -1,6 +1,9 @@
 #include "search/cracked_url.h"
 
+#include <array>
+
 #include "text/ascii_case.h"
+#include "text/find_first_of.h"
 #include "text/url_text.h"
 
 namespace sentrel {
@@ -11,27 +14,9 @@ constexpr std::array<std::u16string_view, 8> kSchemeNames = {
     u"ftp", u"gopher", u"http", u"https", u"file", u"news", u"mailto", u"socks",
 };
 
-// What an ASCII character does when it is met in the authority or in the path; characters
-// beyond ASCII do neither. Looked up in a table so that the scans over ordinary characters
-// branch only where they stop.
-enum CharacterRole : std::uint8_t {
-    kEndsRun = 1,   // NUL and the characters with a role in the authority
-    kEndsPath = 2,  // NUL, '#' and '?' (for every scheme but file)
-};
-
-constexpr std::array<std::uint8_t, 128> kCharacterRoles = [] {
-    std::array<std::uint8_t, 128> roles{};
-    for (const char16_t ch : std::u16string_view(u"\0:@/?[]", 7)) {
-        roles[ch] |= kEndsRun;
-    }
-    for (const char16_t ch : std::u16string_view(u"\0#?", 3)) {
-        roles[ch] |= kEndsPath;
-    }
-    return roles;
-}();
-
-std::uint8_t RoleOf(char16_t ch) {
-    return ch < kCharacterRoles.size() ? kCharacterRoles[ch] : 0;
+// Whether a part is within its limit.
+bool Fits(std::u16string_view part, std::size_t limit) {
+    return part.size() <= limit;
 }
 
 // One left-to-right pass over the text. The segment (the characters gathered since the last
@@ -50,7 +35,8 @@ class UrlCracker {
         if (!CrackPath()) {
             return Fail(CrackFailure::PathTooLong);
         }
-        return out_.tail.Assign(Rest()) || Fail(CrackFailure::TailTooLong);
+        out_.tail = Rest();
+        return Fits(out_.tail, kTailLimit) || Fail(CrackFailure::TailTooLong);
     }
 
     CrackFailure Failure() const { return failure_; }
@@ -74,21 +60,20 @@ class UrlCracker {
         return text_.substr(segmentBegin_, pos_ - segmentBegin_);
     }
     void StartSegment() { segmentBegin_ = pos_; }
-    std::u16string_view Rest() {
+    // The text from pos_ to its end, which pos_ moves to.
+    std::u16string_view Rest() { return RunTo(FindFirstOf<u'\0'>(text_, pos_)); }
+    // The text from pos_ to end, which pos_ moves to.
+    std::u16string_view RunTo(std::size_t end) {
         const std::size_t begin = pos_;
-        while (pos_ < text_.size() && text_[pos_] != u'\0') {
-            ++pos_;
-        }
-        return text_.substr(begin, pos_ - begin);
+        pos_ = end;
+        return text_.substr(begin, end - begin);
     }
 
-    // Passes a run of characters without a role, all but the last of the text: each of them is
-    // only appended to the segment. The last one is left to end the authority.
+    // Passes a run of characters without a role in the authority, all but the last of the text:
+    // each of them is only appended to the segment. The last one is left to end the authority.
     void SkipOrdinary() {
         const std::size_t begin = pos_;
-        while (pos_ < text_.size() && (RoleOf(text_[pos_]) & kEndsRun) == 0) {
-            ++pos_;
-        }
+        pos_ = FindFirstOf<u'\0', u':', u'@', u'/', u'?', u'[', u']'>(text_, pos_);
         if (pos_ > begin && At(pos_) == u'\0') {
             --pos_;
         }
@@ -116,7 +101,8 @@ class UrlCracker {
                 if (haveUser_) {
                     return Fail(CrackFailure::SecondUserInfo);
                 }
-                if (!out_.userName.Assign(Segment())) {
+                out_.userName = Segment();
+                if (!Fits(out_.userName, kUserInfoLimit)) {
                     return Fail(CrackFailure::UserInfoTooLong);
                 }
                 haveUser_ = true;
@@ -150,9 +136,10 @@ class UrlCracker {
     Next TakeScheme() {
         const std::u16string_view segment = Segment();
         // Table names are short, so only an Other scheme can be over the limit.
-        if (!out_.scheme.Assign(segment)) {
+        if (!Fits(segment, kSchemeLimit)) {
             return FailNext(CrackFailure::SchemeTooLong);
         }
+        out_.scheme = segment;
         out_.schemeId = LookUpUrlScheme(segment);
         haveScheme_ = true;
         const bool slash = At(pos_ + 1) == u'/';
@@ -179,27 +166,28 @@ class UrlCracker {
     Next TakeAfterText() {
         constexpr std::size_t kAfterTextLimit = 128;
         const std::u16string_view before = Segment();
-        const std::size_t afterBegin = ++pos_;
-        for (char16_t ch = At(pos_); ch != u'\0' && ch != u'/' && ch != u'@'; ch = At(pos_)) {
-            if (++pos_ - afterBegin > kAfterTextLimit) {
-                return FailNext(CrackFailure::AfterTextTooLong);
-            }
+        ++pos_;
+        const std::u16string_view after = RunTo(FindFirstOf<u'\0', u'/', u'@'>(text_, pos_));
+        if (!Fits(after, kAfterTextLimit)) {
+            return FailNext(CrackFailure::AfterTextTooLong);
         }
-        const std::u16string_view after = text_.substr(afterBegin, pos_ - afterBegin);
         const bool endsAtUser = At(pos_) == u'@';
         if (!out_.portNamed && !endsAtUser) {
-            if (!out_.host.Assign(before)) {
+            if (!Fits(before, kHostLimit)) {
                 return FailNext(CrackFailure::HostTooLong);
             }
+            out_.host = before;
             // Only the low 16 bits of the number remain.
             out_.port =
                 static_cast<std::uint16_t>(static_cast<std::uint32_t>(UrlTextToInt32(after)));
             out_.portNamed = true;
             haveHost_ = true;
         } else if (!haveUser_ && endsAtUser) {
-            if (!out_.userName.Assign(before) || !out_.password.Assign(after)) {
+            if (!Fits(before, kUserInfoLimit) || !Fits(after, kUserInfoLimit)) {
                 return FailNext(CrackFailure::UserInfoTooLong);
             }
+            out_.userName = before;
+            out_.password = after;
             if (before.empty() && !after.empty()) {
                 return FailNext(CrackFailure::PasswordWithoutUser);
             }
@@ -213,8 +201,11 @@ class UrlCracker {
     }
 
     bool EndAuthority() {
-        if (!haveHost_ && !out_.host.Assign(Segment())) {
-            return Fail(CrackFailure::HostTooLong);
+        if (!haveHost_) {
+            out_.host = Segment();
+            if (!Fits(out_.host, kHostLimit)) {
+                return Fail(CrackFailure::HostTooLong);
+            }
         }
         StartSegment();
         return true;
@@ -222,14 +213,10 @@ class UrlCracker {
 
     // Phase 2: the path runs to the query or fragment, or for a file URL to the end.
     bool CrackPath() {
-        const std::size_t begin = pos_;
-        if (out_.schemeId == UrlScheme::File) {
-            return out_.path.Assign(Rest());
-        }
-        while (pos_ < text_.size() && (RoleOf(text_[pos_]) & kEndsPath) == 0) {
-            ++pos_;
-        }
-        return out_.path.Assign(text_.substr(begin, pos_ - begin));
+        out_.path = out_.schemeId == UrlScheme::File
+                        ? Rest()
+                        : RunTo(FindFirstOf<u'\0', u'#', u'?'>(text_, pos_));
+        return Fits(out_.path, kPathLimit);
     }
 
     std::u16string_view text_;
@@ -252,18 +239,6 @@ UrlScheme LookUpUrlScheme(std::u16string_view text) {
         }
     }
     return UrlScheme::Other;
-}
-
-void CrackedUrl::Clear() {
-    scheme.Clear();
-    schemeId = UrlScheme::Other;
-    host.Clear();
-    userName.Clear();
-    password.Clear();
-    path.Clear();
-    tail.Clear();
-    port = 0;
-    portNamed = false;
 }
 
 bool CrackUrl(std::u16string_view text, CrackedUrl& out, CrackFailure* why) {

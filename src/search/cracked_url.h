@@ -1,9 +1,9 @@
 #pragma once
 
-#include <algorithm>
-#include <array>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace sentrel {
@@ -25,58 +25,28 @@ enum class UrlScheme : std::int32_t {
 // The table entry whose name equals the text without regard to ASCII case, or Other.
 UrlScheme LookUpUrlScheme(std::u16string_view text);
 
-// A text of at most Limit characters in a fixed array with room for a terminator, so that a
-// record allocates nothing and clearing it costs two stores rather than a fill of the array.
-template <std::size_t Limit>
-class BoundedText {
-  public:
-    static constexpr std::size_t kLimit = Limit;
+// The limits of the parts, in characters: a longer part fails the crack.
+inline constexpr std::size_t kSchemeLimit = 32;  // only an Other scheme can be longer
+inline constexpr std::size_t kHostLimit = 256;
+inline constexpr std::size_t kUserInfoLimit = 128;  // user name and password each
+inline constexpr std::size_t kPathLimit = 2048;
+inline constexpr std::size_t kTailLimit = 2048;
 
-    BoundedText() { chars_[0] = 0; }
-    BoundedText(const BoundedText& other) { Assign(other.view()); }
-    BoundedText& operator=(const BoundedText& other) {
-        Assign(other.view());
-        return *this;
-    }
-
-    // Stores the text; false, leaving the stored text as it was, when it is over the limit.
-    bool Assign(std::u16string_view text) {
-        if (text.size() > Limit) {
-            return false;
-        }
-        std::copy(text.begin(), text.end(), chars_.begin());
-        length_ = static_cast<std::uint32_t>(text.size());
-        chars_[length_] = 0;
-        return true;
-    }
-    void Clear() {
-        length_ = 0;
-        chars_[0] = 0;
-    }
-
-    std::uint32_t length() const { return length_; }
-    bool empty() const { return length_ == 0; }
-    const char16_t* c_str() const { return chars_.data(); }
-    std::u16string_view view() const { return {chars_.data(), length_}; }
-
-  private:
-    std::array<char16_t, Limit + 1> chars_;  // only the first length_ + 1 are ever read
-    std::uint32_t length_ = 0;
-};
-
-// The parts of one URL as CrackUrl finds them.
+// The parts of one URL as CrackUrl finds them: views of the text that was cracked, which must
+// outlive the record. Cracking copies nothing, and a decision reads its keys straight from the
+// normalised text.
 struct CrackedUrl {
-    BoundedText<32> scheme;  // as it stood before the first ':'
+    std::u16string_view scheme;  // as it stood before the first ':'
     UrlScheme schemeId = UrlScheme::Other;
-    BoundedText<256> host;  // may be empty
-    BoundedText<128> userName;
-    BoundedText<128> password;
-    BoundedText<2048> path;  // with its leading '/' if it has one
-    BoundedText<2048> tail;  // from the '?' or '#' that ended the path
-    std::uint16_t port = 0;  // 0 when the URL names none or its scheme takes none
-    bool portNamed = false;  // whether the URL named a port, whatever its value
+    std::u16string_view host;  // may be empty
+    std::u16string_view userName;
+    std::u16string_view password;
+    std::u16string_view path;  // with its leading '/' if it has one
+    std::u16string_view tail;  // from the '?' or '#' that ended the path
+    std::uint16_t port = 0;    // 0 when the URL names none or its scheme takes none
+    bool portNamed = false;    // whether the URL named a port, whatever its value
 
-    void Clear();
+    void Clear() { *this = CrackedUrl{}; }
 };
 
 // The longest segment (the run between two delimiters of the authority) that cracking takes.
@@ -105,5 +75,9 @@ enum class CrackFailure {
 // Cracks a normalised text into out. The text ends at its first NUL character, if any. On false
 // ("could not crack") out is left cleared and why, when given, receives the reason.
 bool CrackUrl(std::u16string_view text, CrackedUrl& out, CrackFailure* why = nullptr);
+// A text that dies with the call would leave the record's parts dangling.
+template <class Text>
+requires std::same_as<Text, std::u16string>
+bool CrackUrl(Text&& text, CrackedUrl& out, CrackFailure* why = nullptr) = delete;
 
 }  // namespace sentrel

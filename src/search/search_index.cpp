@@ -1,98 +1,244 @@
 #include "search/search_index.h"
 
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
 namespace sentrel {
 
-std::uint64_t HostKeyHash::Of(std::u16string_view key) {
-    HostKeyHash hash;
-    for (auto ch = key.rbegin(); ch != key.rend(); ++ch) {
-        hash.Prepend(*ch);
-    }
-    return hash.Value();
+namespace {
+
+constexpr std::uint64_t kKeyHashStart = 0xCBF29CE484222325u;
+
+// Up to four characters as one number.
+std::uint64_t BlockOf(const char16_t* chars, std::size_t count) {
+    std::uint64_t block = 0;
+    std::memcpy(&block, chars, count * sizeof(char16_t));
+    return block;
 }
 
-std::uint64_t HostKeyHash::Value() const {
-    // The 64-bit finaliser of MurmurHash3: every bit of the state reaches the high and low bits
-    // that pick a slot and the filter's bits.
-    std::uint64_t mixed = state_;
+std::uint64_t AddBlock(std::uint64_t hash, std::uint64_t block) {
+    return std::rotl((hash ^ block) * 0x9E3779B97F4A7C15u, 29);
+}
+
+// The hash of the text from start, given the hash after its whole blocks from the end.
+std::uint64_t FinishKeyHash(std::uint64_t wholeBlocks, std::u16string_view text,
+                            std::size_t start) {
+    const std::size_t length = text.size() - start;
+    // Keys are far shorter than 2^16 characters, and at most three characters take 48 bits.
+    return AddBlock(wholeBlocks,
+                    BlockOf(text.data() + start, length % 4) | std::uint64_t{length} << 48);
+}
+
+}  // namespace
+
+std::uint64_t KeyHashOf(std::u16string_view key) {
+    std::uint64_t hash = kKeyHashStart;
+    std::size_t end = key.size();
+    for (; end >= 4; end -= 4) {
+        hash = AddBlock(hash, BlockOf(key.data() + end - 4, 4));
+    }
+    return FinishKeyHash(hash, key, 0);
+}
+
+HostSuffixHashes::HostSuffixHashes(std::u16string_view hostKey) : key_(hostKey) {
+    blocks_[0] = kKeyHashStart;
+    for (std::size_t i = 1; i <= key_.size() / 4; ++i) {
+        blocks_[i] = AddBlock(blocks_[i - 1], BlockOf(key_.data() + key_.size() - 4 * i, 4));
+    }
+}
+
+std::uint64_t HostSuffixHashes::Of(std::size_t start) const {
+    return FinishKeyHash(blocks_[(key_.size() - start) / 4], key_, start);
+}
+
+bool StringSetTypeStruct::contains(std::u16string_view pathKey) const {
+    const KeyArena::Ref* const at = std::lower_bound(
+        begin_, end_, pathKey, [this](KeyArena::Ref key, std::u16string_view text) {
+            return keys_->Compare(key, text) < 0;
+        });
+    return at != end_ && keys_->Compare(*at, pathKey) == 0;
+}
+
+std::optional<StringSetTypeStruct> PortToPathsMapTypeStruct::Find(std::uint16_t port) const {
+    const IndexPort* const at =
+        std::lower_bound(begin_, end_, port,
+                         [](const IndexPort& listed, std::uint16_t p) { return listed.port < p; });
+    if (at == end_ || at->port != port) {
+        return std::nullopt;
+    }
+    const KeyArena::Ref* const paths = index_->paths_.data();
+    return StringSetTypeStruct(index_->keys_, paths + at->firstPath, paths + at[1].firstPath);
+}
+
+std::optional<PortToPathsMapTypeStruct> HostToInfoMapTypeStruct::Find(std::u16string_view hostKey,
+                                                                      std::uint64_t keyHash) const {
+    const std::optional<SchemeToInfoMapType::RecordId> host =
+        index_->FindRecord(scheme_, hostKey, SchemeToInfoMapType::HashUnder(keyHash, scheme_));
+    if (!host) {
+        return std::nullopt;
+    }
+    const IndexPort* const ports = index_->ports_.data();
+    const auto& records = index_->records_;
+    return PortToPathsMapTypeStruct(*index_, ports + records[*host].firstPort,
+                                    ports + records[*host + 1].firstPort);
+}
+
+std::optional<HostToInfoMapTypeStruct> SchemeToInfoMapType::Find(
+    std::u16string_view schemeKey) const {
+    const std::optional<RecordId> scheme =
+        FindRecord(kNone, schemeKey, HashUnder(KeyHashOf(schemeKey), kNone));
+    if (!scheme) {
+        return std::nullopt;
+    }
+    return HostToInfoMapTypeStruct(*this, *scheme);
+}
+
+std::uint32_t SchemeToInfoMapType::HashUnder(std::uint64_t keyHash, RecordId parent) {
+    // The 64-bit finaliser of MurmurHash3 over the key's hash and its parent: every bit of both
+    // reaches the 32 bits kept.
+    std::uint64_t mixed = keyHash ^ (std::uint64_t{parent} * 0x9E3779B97F4A7C15u);
     mixed ^= mixed >> 33;
     mixed *= 0xFF51AFD7ED558CCDu;
     mixed ^= mixed >> 33;
     mixed *= 0xC4CEB9FE1A85EC53u;
     mixed ^= mixed >> 33;
-    return mixed;
+    return static_cast<std::uint32_t>(mixed);
 }
 
-bool HostHashTable::MayHold(std::uint64_t hash) const {
-    const std::size_t mask = filter_.size() * 64 - 1;
-    const std::size_t first = (hash >> 32) & mask;
-    const std::size_t second = (hash >> 11) & mask;
-    return (filter_[first / 64] >> (first % 64) & filter_[second / 64] >> (second % 64) & 1) != 0;
+std::size_t SchemeToInfoMapType::SlotOf(std::uint32_t hash) const {
+    // The hash scaled to the table's size, which need not be a power of two.
+    return static_cast<std::size_t>((std::uint64_t{hash} * slots_.size()) >> 32);
 }
 
-void HostHashTable::Mark(std::uint64_t hash) {
-    const std::size_t mask = filter_.size() * 64 - 1;
-    const std::size_t first = (hash >> 32) & mask;
-    const std::size_t second = (hash >> 11) & mask;
-    filter_[first / 64] |= std::uint64_t{1} << (first % 64);
-    filter_[second / 64] |= std::uint64_t{1} << (second % 64);
-}
-
-const HostEntry* HostHashTable::Find(std::u16string_view key, std::uint64_t hash) const {
-    if (count_ == 0 || !MayHold(hash)) {
-        return nullptr;
+std::optional<SchemeToInfoMapType::RecordId> SchemeToInfoMapType::FindRecord(
+    RecordId parent, std::u16string_view key, std::uint32_t hash) const {
+    if (slots_.empty()) {
+        return std::nullopt;
     }
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t i = static_cast<std::size_t>(hash) & mask;; i = (i + 1) & mask) {
+    for (std::size_t i = SlotOf(hash);; i = i + 1 == slots_.size() ? 0 : i + 1) {
         const Slot& slot = slots_[i];
-        if (slot.entry == nullptr) {
-            return nullptr;
+        if (slot.record == kNone) {
+            return std::nullopt;
         }
-        if (slot.hash == hash && slot.entry->first == key) {
-            return slot.entry;
-        }
-    }
-}
-
-void HostHashTable::Insert(const HostEntry& entry, std::uint64_t hash) {
-    if ((count_ + 1) * 2 > slots_.size()) {
-        std::vector<Slot> old(slots_.empty() ? 16 : slots_.size() * 2);
-        old.swap(slots_);
-        filter_.assign(slots_.size() / 16, 0);
-        for (const Slot& slot : old) {
-            if (slot.entry != nullptr) {
-                Place(slot);
+        if (slot.hash == hash) {
+            const Record& record = records_[slot.record];
+            if (record.parent == parent && keys_.Compare(record.key, key) == 0) {
+                return slot.record;
             }
         }
     }
-    Place({hash, &entry});
-    ++count_;
 }
 
-void HostHashTable::Place(const Slot& slot) {
-    Mark(slot.hash);
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t i = static_cast<std::size_t>(slot.hash) & mask;
-    while (slots_[i].entry != nullptr) {
-        i = (i + 1) & mask;
+void SchemeToInfoMapType::Place(const Slot& slot) {
+    std::size_t i = SlotOf(slot.hash);
+    while (slots_[i].record != kNone) {
+        i = i + 1 == slots_.size() ? 0 : i + 1;
     }
     slots_[i] = slot;
 }
 
-const PortToPathsMapTypeStruct* HostToInfoMapTypeStruct::Find(std::u16string_view hostKey,
-                                                              std::uint64_t hash) const {
-    const HostEntry* const entry = table_.Find(hostKey, hash);
-    return entry != nullptr ? entry->second.get() : nullptr;
+void SchemeToInfoMapType::Reserve(std::size_t entries) {
+    if (entries == 0) {
+        return;
+    }
+    // Each entry adds at most one host key; the scheme keys are few.
+    constexpr std::size_t kSchemes = 16;
+    slots_.assign(2 * (entries + kSchemes), Slot{});
+    records_.reserve(entries + kSchemes);
+    listings_.reserve(entries);
 }
 
-PortToPathsMapTypeStruct& HostToInfoMapTypeStruct::FindOrAdd(std::u16string_view hostKey) {
-    const std::uint64_t hash = HostKeyHash::Of(hostKey);
-    if (const HostEntry* const entry = table_.Find(hostKey, hash)) {
-        return *entry->second;
+SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindOrAdd(RecordId parent,
+                                                             std::u16string_view key) {
+    const std::uint32_t hash = HashUnder(KeyHashOf(key), parent);
+    if (const std::optional<RecordId> found = FindRecord(parent, key, hash)) {
+        return *found;
     }
-    const HostEntry& added =
-        hosts_.emplace_front(hostKey, MakeIndexLevel<PortToPathsMapTypeStruct>(hosts_));
-    table_.Insert(added, hash);
-    return *added.second;
+    if (2 * (records_.size() + 1) > slots_.size()) {
+        // Only a policy of far more scheme keys than usual, or one not reserved for, gets here.
+        std::vector<Slot> old(std::max<std::size_t>(32, 2 * slots_.size()));
+        old.swap(slots_);
+        for (const Slot& slot : old) {
+            if (slot.record != kNone) {
+                Place(slot);
+            }
+        }
+    }
+    const auto record = static_cast<RecordId>(records_.size());
+    records_.push_back({keys_.Add(key), parent, 0});
+    Place({hash, record});
+    return record;
+}
+
+SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindOrAddScheme(std::u16string_view schemeKey) {
+    const std::size_t before = records_.size();
+    const RecordId scheme = FindOrAdd(kNone, schemeKey);
+    schemeCount_ += records_.size() - before;
+    return scheme;
+}
+
+SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindOrAddHost(RecordId scheme,
+                                                                 std::u16string_view hostKey) {
+    return FindOrAdd(scheme, hostKey);
+}
+
+void SchemeToInfoMapType::AddPath(RecordId host, std::uint16_t port, std::u16string_view pathKey) {
+    listings_.push_back({host, port, pathKey.empty() ? kNone : keys_.Add(pathKey)});
+}
+
+void SchemeToInfoMapType::Seal() {
+    // The listings grouped by host in one counting pass: ends[r] is where the listings of
+    // record r end once they are in place.
+    std::vector<std::uint32_t> ends(records_.size() + 1, 0);
+    for (const Listing& listing : listings_) {
+        ++ends[listing.host + 1];
+    }
+    for (std::size_t r = 1; r < ends.size(); ++r) {
+        ends[r] += ends[r - 1];
+    }
+    std::vector<Listing> grouped(listings_.size());
+    for (const Listing& listing : listings_) {
+        grouped[ends[listing.host]++] = listing;
+    }
+    listings_ = {};
+
+    ports_.reserve(grouped.size() + 1);
+    paths_.reserve(grouped.size());
+    for (RecordId r = 0; r < records_.size(); ++r) {
+        const auto begin = grouped.begin() + (r == 0 ? 0 : ends[r - 1]);
+        SealPortsOf(r, begin, grouped.begin() + ends[r]);
+    }
+    records_.push_back({0, kNone, static_cast<std::uint32_t>(ports_.size())});
+    ports_.push_back({0, static_cast<std::uint32_t>(paths_.size())});
+    records_.shrink_to_fit();
+    ports_.shrink_to_fit();
+    paths_.shrink_to_fit();
+    keys_.ShrinkToFit();
+}
+
+void SchemeToInfoMapType::SealPortsOf(RecordId host, std::vector<Listing>::iterator begin,
+                                      std::vector<Listing>::iterator end) {
+    records_[host].firstPort = static_cast<std::uint32_t>(ports_.size());
+    // By port, and within a port a listing of every path first, then the path keys in order.
+    std::sort(begin, end, [this](const Listing& a, const Listing& b) {
+        if (a.port != b.port || a.path == kNone || b.path == kNone) {
+            return a.port != b.port ? a.port < b.port : a.path == kNone && b.path != kNone;
+        }
+        return keys_.Compare(a.path, b.path) < 0;
+    });
+    for (auto listing = begin; listing != end;) {
+        const std::uint16_t port = listing->port;
+        ports_.push_back({port, static_cast<std::uint32_t>(paths_.size())});
+        // A listing without a path leaves the set empty: every path. Otherwise each key once.
+        const bool everyPath = listing->path == kNone;
+        for (; listing != end && listing->port == port; ++listing) {
+            if (!everyPath && (paths_.size() == ports_.back().firstPath ||
+                               keys_.Compare(paths_.back(), listing->path) != 0)) {
+                paths_.push_back(listing->path);
+            }
+        }
+    }
 }
 
 }  // namespace sentrel

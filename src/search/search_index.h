@@ -1,169 +1,154 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <forward_list>
-#include <functional>
-#include <map>
-#include <memory>
-#include <memory_resource>
-#include <set>
-#include <string>
+#include <optional>
 #include <string_view>
 #include <vector>
 
+#include "search/cracked_url.h"
+#include "search/key_arena.h"
+
 namespace sentrel {
 
-// The four levels of an index: scheme key, host key, port, path key. Text keys are ordered by
-// their UTF-16 code units as unsigned values (the strings' own order), and every level keyed by
-// text is looked up with views of the keys, without building strings. Each nested level has
-// exactly one holder, the entry above it.
-//
-// Every level takes its memory from the resource of the map it hangs under, so that an index
-// built in one arena keeps the parts of an entry close together and is released at once; an
-// index made without a resource uses the default heap.
-using IndexAllocator = std::pmr::polymorphic_allocator<std::byte>;
-using IndexKey = std::pmr::u16string;
+// The hash of a key, read from its end in blocks of four characters, the 0 to 3 characters
+// before the last whole block and the length last. Every suffix of a text thus shares the blocks
+// it wholly holds with the longer ones: one pass from the right over a host key gives the hashes
+// of all the suffixes that a decision looks up.
+std::uint64_t KeyHashOf(std::u16string_view key);
 
-// The path keys listed for one host and port; empty means every path.
-struct StringSetTypeStruct {
-    using allocator_type = IndexAllocator;
-    explicit StringSetTypeStruct(const allocator_type& allocator = {}) : paths(allocator) {}
-
-    std::pmr::set<IndexKey, std::less<>> paths;
-};
-
-// Port 0 holds the entries that named no port.
-struct PortToPathsMapTypeStruct {
-    using allocator_type = IndexAllocator;
-    explicit PortToPathsMapTypeStruct(const allocator_type& allocator = {}) : ports(allocator) {}
-
-    std::pmr::map<std::uint16_t, std::shared_ptr<StringSetTypeStruct>> ports;
-};
-
-// One host key and its ports. Each entry is a node of its own, made right after its ports
-// level in the same memory, so that a decision that finds the entry finds its ports near it.
-using HostEntry = std::pair<const IndexKey, std::shared_ptr<PortToPathsMapTypeStruct>>;
-using HostEntries = std::pmr::forward_list<HostEntry>;
-
-// The hash of a host key, taken from its last character back to its first: one pass from the
-// right passes the hash of every suffix on its way, and a decision looks up suffixes of one key.
-class HostKeyHash {
+// The KeyHashOf every suffix of one host key.
+class HostSuffixHashes {
   public:
-    static std::uint64_t Of(std::u16string_view key);
-
-    void Prepend(char16_t ch) { state_ = (state_ ^ ch) * 0x100000001B3u; }
-    // The hash of the characters prepended so far.
-    std::uint64_t Value() const;
+    explicit HostSuffixHashes(std::u16string_view hostKey);
+    std::uint64_t Of(std::size_t start) const;
 
   private:
-    std::uint64_t state_ = 0xCBF29CE484222325u;
+    std::u16string_view key_;
+    std::array<std::uint64_t, kHostLimit / 4 + 1> blocks_;  // the hash after each whole block
 };
 
-// Finds the entries of a host level by a hash of their keys. A decision looks up one candidate
-// host key per label of the URL's host, and most are not listed: here that costs one probe of a
-// compact table rather than a walk down a tree of every host. Each slot holds a key's hash and
-// its entry in the map, whose key confirms a match.
-class HostHashTable {
+class SchemeToInfoMapType;
+
+// The path keys listed for one host and port, in key order; empty means every path.
+class StringSetTypeStruct {
   public:
-    // The entry of the key, whose HostKeyHash is given.
-    const HostEntry* Find(std::u16string_view key, std::uint64_t hash) const;
-    // The entry's key, whose hash is given, must not be in the table yet.
-    void Insert(const HostEntry& entry, std::uint64_t hash);
-    std::size_t size() const { return count_; }
+    bool empty() const { return begin_ == end_; }
+    bool contains(std::u16string_view pathKey) const;
 
   private:
-    struct Slot {
-        std::uint64_t hash = 0;
-        const HostEntry* entry = nullptr;
-    };
+    friend class PortToPathsMapTypeStruct;
+    StringSetTypeStruct(const KeyArena& keys, const KeyArena::Ref* begin, const KeyArena::Ref* end)
+        : keys_(&keys), begin_(begin), end_(end) {}
 
-    void Place(const Slot& slot);
-    // Two bits chosen by the hash in a bit array small enough to stay in a near cache: a key
-    // that is not listed is almost always turned away there, without a probe of the slots.
-    bool MayHold(std::uint64_t hash) const;
-    void Mark(std::uint64_t hash);
-
-    std::vector<Slot> slots_;            // a power of two in size, at most half full
-    std::vector<std::uint64_t> filter_;  // four bits for every slot
-    std::size_t count_ = 0;
+    const KeyArena* keys_;
+    const KeyArena::Ref* begin_;
+    const KeyArena::Ref* end_;
 };
 
-// The host keys of one scheme with their ports: a map whose look-ups go through the hash table.
-// The entries are in no particular order, which no decision depends on. Entries and table change
-// only through FindOrAdd, so they always hold the same keys.
+// One port listed for a host. Its path keys run up to those of the next port.
+struct IndexPort {
+    std::uint16_t port;
+    std::uint32_t firstPath;
+};
+
+// The ports listed for one host, in ascending order; port 0 holds the entries that named none.
+class PortToPathsMapTypeStruct {
+  public:
+    std::optional<StringSetTypeStruct> Find(std::uint16_t port) const;
+
+  private:
+    friend class HostToInfoMapTypeStruct;
+    PortToPathsMapTypeStruct(const SchemeToInfoMapType& index, const IndexPort* begin,
+                             const IndexPort* end)
+        : index_(&index), begin_(begin), end_(end) {}
+
+    const SchemeToInfoMapType* index_;
+    const IndexPort* begin_;
+    const IndexPort* end_;
+};
+
+// The host keys listed under one scheme key.
 class HostToInfoMapTypeStruct {
   public:
-    using allocator_type = IndexAllocator;
-    explicit HostToInfoMapTypeStruct(const allocator_type& allocator = {}) : hosts_(allocator) {}
-    HostToInfoMapTypeStruct(const HostToInfoMapTypeStruct&) = delete;
-    HostToInfoMapTypeStruct& operator=(const HostToInfoMapTypeStruct&) = delete;
-
-    const HostEntries& hosts() const { return hosts_; }
-    std::size_t size() const { return table_.size(); }
-    bool empty() const { return table_.size() == 0; }
-    const PortToPathsMapTypeStruct* Find(std::u16string_view hostKey) const {
-        return Find(hostKey, HostKeyHash::Of(hostKey));
-    }
-    // The same, with the key's HostKeyHash given.
-    const PortToPathsMapTypeStruct* Find(std::u16string_view hostKey, std::uint64_t hash) const;
-    // The ports of the host key, added empty when the key is new.
-    PortToPathsMapTypeStruct& FindOrAdd(std::u16string_view hostKey);
+    // The ports of a host key, whose KeyHashOf is given.
+    std::optional<PortToPathsMapTypeStruct> Find(std::u16string_view hostKey,
+                                                 std::uint64_t keyHash) const;
 
   private:
-    HostEntries hosts_;
-    HostHashTable table_;
+    friend class SchemeToInfoMapType;
+    HostToInfoMapTypeStruct(const SchemeToInfoMapType& index, std::uint32_t scheme)
+        : index_(&index), scheme_(scheme) {}
+
+    const SchemeToInfoMapType* index_;
+    std::uint32_t scheme_;
 };
 
-// An index is empty when it has no scheme entry; a scheme entry may hold no host.
-using SchemeToInfoMapType =
-    std::pmr::map<IndexKey, std::shared_ptr<HostToInfoMapTypeStruct>, std::less<>>;
+// One index: scheme keys, the host keys under each, the ports of each host and the path keys of
+// each port, in a few flat arrays. One open-addressing table finds scheme keys and, under a
+// scheme, host keys; a record holds its key and the start of its run of ports, which ends where
+// the next record's begins, and a port the start of its run of path keys in the same way. An
+// index is built once (Reserve, the Add functions, then Seal) and then only read.
+class SchemeToInfoMapType {
+  public:
+    using RecordId = std::uint32_t;
 
-// A new, empty level to hang under a map, made from that map's memory (the allocator hands
-// itself on to the level's own map).
-template <class Level, class Map>
-std::shared_ptr<Level> MakeIndexLevel(const Map& parent) {
-    return std::allocate_shared<Level>(IndexAllocator(parent.get_allocator()));
-}
+    // An index is empty when it has no scheme key; a scheme key may hold no host.
+    bool empty() const { return schemeCount_ == 0; }
+    std::size_t size() const { return schemeCount_; }
+    std::optional<HostToInfoMapTypeStruct> Find(std::u16string_view schemeKey) const;
 
-// One leaf of an index, as a walk hands it out.
-struct IndexEntryView {
-    std::u16string_view schemeKey;
-    bool hasHost = false;  // false for a scheme entry that holds no host
-    std::u16string_view hostKey;
-    std::uint16_t port = 0;
-    bool everyPath = false;  // the host and port were listed without a path
-    std::u16string_view pathKey;
+    // Empties the index and gives its memory back.
+    void Clear() { *this = SchemeToInfoMapType(); }
+    // Makes room for this many entries, so that adding them never rehashes.
+    void Reserve(std::size_t entries);
+    RecordId FindOrAddScheme(std::u16string_view schemeKey);
+    RecordId FindOrAddHost(RecordId scheme, std::u16string_view hostKey);
+    // Lists a path key for a host and port; an empty key lists every path.
+    void AddPath(RecordId host, std::uint16_t port, std::u16string_view pathKey);
+    // Puts the listed paths in place; nothing is added after, and nothing is found before.
+    void Seal();
+
+  private:
+    friend class HostToInfoMapTypeStruct;
+    friend class PortToPathsMapTypeStruct;
+
+    static constexpr std::uint32_t kNone = UINT32_MAX;
+
+    // A scheme key (parent kNone) or a host key under the scheme record that is its parent.
+    struct Record {
+        KeyArena::Ref key;
+        RecordId parent;
+        std::uint32_t firstPort;  // set by Seal
+    };
+    struct Slot {
+        std::uint32_t hash = 0;  // the key's hash under its parent: where it goes, and a filter
+        RecordId record = kNone;
+    };
+    // What AddPath lists, kept until Seal groups it; path kNone lists every path.
+    struct Listing {
+        RecordId host;
+        std::uint16_t port;
+        KeyArena::Ref path;
+    };
+
+    static std::uint32_t HashUnder(std::uint64_t keyHash, RecordId parent);
+    std::optional<RecordId> FindRecord(RecordId parent, std::u16string_view key,
+                                       std::uint32_t hash) const;
+    RecordId FindOrAdd(RecordId parent, std::u16string_view key);
+    std::size_t SlotOf(std::uint32_t hash) const;
+    void Place(const Slot& slot);
+    void SealPortsOf(RecordId host, std::vector<Listing>::iterator begin,
+                     std::vector<Listing>::iterator end);
+
+    KeyArena keys_;
+    std::vector<Slot> slots_;       // at most half of them in use
+    std::vector<Record> records_;   // once sealed, one more whose firstPort ends the last run
+    std::vector<IndexPort> ports_;  // once sealed, one more whose firstPath ends the last run
+    std::vector<KeyArena::Ref> paths_;
+    std::vector<Listing> listings_;
+    std::size_t schemeCount_ = 0;
 };
-
-// Calls visit(const IndexEntryView&) for every leaf, hosts in no particular order: a scheme
-// without hosts, a port listed for every path, or one listed path.
-template <class Visitor>
-void WalkIndex(const SchemeToInfoMapType& index, Visitor&& visit) {
-    for (const auto& [schemeKey, hosts] : index) {
-        IndexEntryView entry;
-        entry.schemeKey = schemeKey;
-        if (hosts->empty()) {
-            visit(static_cast<const IndexEntryView&>(entry));
-            continue;
-        }
-        entry.hasHost = true;
-        for (const auto& [hostKey, ports] : hosts->hosts()) {
-            entry.hostKey = hostKey;
-            for (const auto& [port, paths] : ports->ports) {
-                entry.port = port;
-                entry.everyPath = paths->paths.empty();
-                entry.pathKey = {};
-                if (entry.everyPath) {
-                    visit(static_cast<const IndexEntryView&>(entry));
-                }
-                for (const IndexKey& pathKey : paths->paths) {
-                    entry.pathKey = pathKey;
-                    visit(static_cast<const IndexEntryView&>(entry));
-                }
-            }
-        }
-    }
-}
 
 }  // namespace sentrel

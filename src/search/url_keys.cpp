@@ -3,12 +3,12 @@
 namespace sentrel {
 
 std::u16string_view SchemeKey(const CrackedUrl& cracked) {
-    const std::u16string_view scheme = cracked.scheme.view();
+    const std::u16string_view scheme = cracked.scheme;
     return scheme == u"https" ? kHttpSchemeKey : scheme;
 }
 
 std::u16string_view HostKey(const CrackedUrl& cracked) {
-    std::u16string_view host = cracked.host.view();
+    std::u16string_view host = cracked.host;
     constexpr std::u16string_view prefix = kWwwHostPrefix;
     if (host.starts_with(prefix)) {
         host.remove_prefix(prefix.size());
@@ -17,7 +17,7 @@ std::u16string_view HostKey(const CrackedUrl& cracked) {
 }
 
 std::u16string_view PathKey(const CrackedUrl& cracked) {
-    std::u16string_view path = cracked.path.view();
+    std::u16string_view path = cracked.path;
     if (path.starts_with(u'/')) {
         path.remove_prefix(1);
     }

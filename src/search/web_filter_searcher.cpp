@@ -1,9 +1,10 @@
 #include "search/web_filter_searcher.h"
 
-#include <array>
+#include <optional>
 #include <string>
 
 #include "module/log/logger.h"
+#include "search/match_rules.h"
 #include "search/url_keys.h"
 #include "text/url_text.h"
 
@@ -21,20 +22,33 @@ bool Miss(IndexTrace* trace, IndexOutcome outcome) {
 }  // namespace
 
 void WebFilterSearcher::LoadPolicy(const WebFilterPolicy& policy) {
-    whiteIndex_.clear();
-    blackIndex_.clear();
-    arena_.Release();
+    whiteIndex_.Clear();
+    blackIndex_.Clear();
+    const auto target = [this](const FilterList& list) -> SchemeToInfoMapType& {
+        return list.type == FilterListWhite ? whiteIndex_ : blackIndex_;
+    };
     try {
+        // Each index is made room for all of its entries at once, so that loading never rehashes.
+        std::size_t whiteEntries = 0;
+        std::size_t blackEntries = 0;
         for (const auto& [id, list] : policy.lists) {
-            SchemeToInfoMapType& target = list.type == FilterListWhite ? whiteIndex_ : blackIndex_;
+            (&target(list) == &whiteIndex_ ? whiteEntries : blackEntries) +=
+                list.mainEntries.size();
+        }
+        whiteIndex_.Reserve(whiteEntries);
+        blackIndex_.Reserve(blackEntries);
+        for (const auto& [id, list] : policy.lists) {
+            SchemeToInfoMapType& index = target(list);
             for (const auto& entry : list.mainEntries) {
-                InsertUrl(NormalizedUrlText(entry.url).view(), target);
+                InsertUrl(NormalizedUrlText(std::u16string_view(entry.url)).view(), index);
             }
         }
+        whiteIndex_.Seal();
+        blackIndex_.Seal();
     } catch (...) {
         // No half-built index stays in force.
-        whiteIndex_.clear();
-        blackIndex_.clear();
+        whiteIndex_.Clear();
+        blackIndex_.Clear();
         throw;
     }
 }
@@ -47,47 +61,21 @@ void WebFilterSearcher::InsertUrl(std::u16string_view url, SchemeToInfoMapType& 
         return;
     }
     // The scheme entry is made even when the host is empty: it makes the index non-empty.
-    const std::u16string_view schemeKey = SchemeKey(cracked);
-    auto scheme = index.find(schemeKey);
-    if (scheme == index.end()) {
-        scheme = index.emplace(schemeKey, MakeIndexLevel<HostToInfoMapTypeStruct>(index)).first;
-    }
-    InsertIntoHostMap(cracked, *scheme->second);
+    InsertIntoHostMap(cracked, index, index.FindOrAddScheme(SchemeKey(cracked)));
 }
 
-void WebFilterSearcher::InsertIntoHostMap(const CrackedUrl& cracked,
-                                          HostToInfoMapTypeStruct& hosts) {
+void WebFilterSearcher::InsertIntoHostMap(const CrackedUrl& cracked, SchemeToInfoMapType& index,
+                                          SchemeToInfoMapType::RecordId scheme) {
     if (cracked.host.empty()) {
         return;
     }
-    InsertIntoPortMap(cracked, hosts.FindOrAdd(HostKey(cracked)));
+    InsertIntoPortMap(cracked, index, index.FindOrAddHost(scheme, HostKey(cracked)));
 }
 
-void WebFilterSearcher::InsertIntoPortMap(const CrackedUrl& cracked,
-                                          PortToPathsMapTypeStruct& ports) {
-    const std::u16string_view pathKey = PathKey(cracked);
-    const auto port = ports.ports.find(cracked.port);
-    if (port == ports.ports.end()) {
-        auto paths = MakeIndexLevel<StringSetTypeStruct>(ports.ports);
-        if (!pathKey.empty()) {
-            paths->paths.emplace(pathKey);
-        }
-        ports.ports.emplace(cracked.port, std::move(paths));
-        return;
-    }
-    // An empty set already covers every path; an entry without a path makes it so.
-    auto& paths = port->second->paths;
-    if (paths.empty()) {
-        return;
-    }
-    if (pathKey.empty()) {
-        paths.clear();
-        return;
-    }
-    const auto at = paths.lower_bound(pathKey);
-    if (at == paths.end() || *at != pathKey) {
-        paths.emplace_hint(at, pathKey);
-    }
+void WebFilterSearcher::InsertIntoPortMap(const CrackedUrl& cracked, SchemeToInfoMapType& index,
+                                          SchemeToInfoMapType::RecordId host) {
+    // The sets are made when the index is sealed: one without a path covers every path.
+    index.AddPath(host, cracked.port, PathKey(cracked));
 }
 
 bool WebFilterSearcher::IsUrlAllowed(std::u16string_view url, DecisionTrace* trace) const {
@@ -114,7 +102,7 @@ bool WebFilterSearcher::IsUrlAllowed(std::u16string_view url, DecisionTrace* tra
                       url);
         return answer(DecisionStep::CouldNotCrack, false);
     }
-    const std::u16string_view scheme = cracked.scheme.view();
+    const std::u16string_view scheme = cracked.scheme;
     if (scheme == u"about" || scheme == u"file") {
         return answer(DecisionStep::AboutOrFileScheme, true);
     }
@@ -138,42 +126,33 @@ bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToIn
     if (trace != nullptr) {
         trace->schemeKey.assign(schemeKey);
     }
-    const auto scheme = index.find(schemeKey);
-    if (scheme == index.end()) {
+    const std::optional<HostToInfoMapTypeStruct> hosts = index.Find(schemeKey);
+    if (!hosts) {
         return Miss(trace, IndexOutcome::NoSchemeEntry);
     }
     if (cracked.host.empty()) {
         return Miss(trace, IndexOutcome::NoHost);
     }
-    // The host key, then each shorter suffix that starts after a '.', until one is listed; the
-    // first one listed decides alone. Each candidate starts at least two characters after the
-    // one before, so a host key within its limit has at most this many.
+    // The host key, then each shorter suffix of the walk, until one is listed; the first one
+    // listed decides alone.
     const std::u16string_view hostKey = HostKey(cracked);
-    constexpr std::size_t kMaxCandidates = decltype(cracked.host)::kLimit / 2 + 1;
-    std::array<std::size_t, kMaxCandidates> starts;
-    std::size_t count = 0;
-    for (std::size_t start = 0; start != hostKey.npos && count < starts.size();
-         start = NextHostCandidate(hostKey, start)) {
-        starts[count++] = start;
-    }
-    // Their hashes in one pass from the right.
-    std::array<std::uint64_t, kMaxCandidates> hashes;
-    HostKeyHash hash;
-    for (std::size_t i = hostKey.size(), next = count; next > 0;) {
-        while (i > starts[next - 1]) {
-            hash.Prepend(hostKey[--i]);
+    const HostSuffixHashes hashes(hostKey);
+    bool matched = false;
+    const bool found = WalkHostCandidates(hostKey, [&](std::size_t start) {
+        const std::u16string_view candidate = hostKey.substr(start);
+        const std::optional<PortToPathsMapTypeStruct> ports =
+            hosts->Find(candidate, hashes.Of(start));
+        if (!ports) {
+            return false;
         }
-        hashes[--next] = hash.Value();
-    }
-    const HostToInfoMapTypeStruct& hosts = *scheme->second;
-    for (std::size_t k = 0; k < count; ++k) {
-        const std::u16string_view candidate = hostKey.substr(starts[k]);
-        if (const PortToPathsMapTypeStruct* const ports = hosts.Find(candidate, hashes[k])) {
-            if (trace != nullptr) {
-                trace->hostKey.assign(candidate);
-            }
-            return IsUrlInPortMap(cracked, *ports, trace);
+        if (trace != nullptr) {
+            trace->hostKey.assign(candidate);
         }
+        matched = IsUrlInPortMap(cracked, *ports, trace);
+        return true;
+    });
+    if (found) {
+        return matched;
     }
     return Miss(trace, IndexOutcome::HostWalkExhausted);
 }
@@ -181,54 +160,39 @@ bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToIn
 bool WebFilterSearcher::IsUrlInPortMap(const CrackedUrl& cracked,
                                        const PortToPathsMapTypeStruct& ports, IndexTrace* trace) {
     const std::u16string_view pathKey = PathKey(cracked);
-    const auto listed = [&ports](std::uint16_t port) -> const StringSetTypeStruct* {
-        const auto it = ports.ports.find(port);
-        return it == ports.ports.end() ? nullptr : it->second.get();
-    };
-    const auto matched = [trace](std::uint16_t port) {
-        if (trace != nullptr) {
-            trace->outcome = IndexOutcome::Matched;
-            trace->port = port;
-        }
-        return true;
-    };
-    // The URL's own port first; entries that named no port act for every port.
-    const StringSetTypeStruct* const own = listed(cracked.port);
-    if (own != nullptr && IsPathInSet(pathKey, *own, trace)) {
-        return matched(cracked.port);
+    bool listed = false;
+    std::uint16_t matched = 0;
+    const bool found = WalkPortCandidates(cracked.port, [&](std::uint16_t port) {
+        const std::optional<StringSetTypeStruct> paths = ports.Find(port);
+        listed = listed || paths.has_value();
+        matched = port;
+        return paths && IsPathInSet(pathKey, *paths, trace);
+    });
+    if (!found) {
+        return Miss(trace, listed ? IndexOutcome::PathMismatch : IndexOutcome::NoPortEntry);
     }
-    const StringSetTypeStruct* const any = cracked.port != 0 ? listed(0) : nullptr;
-    if (any != nullptr && IsPathInSet(pathKey, *any, trace)) {
-        return matched(0);
+    if (trace != nullptr) {
+        trace->outcome = IndexOutcome::Matched;
+        trace->port = matched;
     }
-    return Miss(trace, own != nullptr || any != nullptr ? IndexOutcome::PathMismatch
-                                                        : IndexOutcome::NoPortEntry);
+    return true;
 }
 
 bool WebFilterSearcher::IsPathInSet(std::u16string_view pathKey, const StringSetTypeStruct& paths,
                                     IndexTrace* trace) {
-    const auto matched = [trace](std::u16string_view listedKey) {
-        if (trace != nullptr) {
-            trace->everyPath = listedKey.empty();
-            trace->pathKey.assign(listedKey);
-        }
-        return true;
-    };
-    if (paths.paths.empty()) {
-        return matched({});
+    std::u16string_view listedKey;  // stays empty when the set lists every path
+    if (!paths.empty() &&
+        !WalkPathCandidates(pathKey, [&paths, &listedKey](std::u16string_view candidate) {
+            listedKey = candidate;
+            return paths.contains(candidate);
+        })) {
+        return false;
     }
-    // The path key, then each prefix that ends before a '/'.
-    std::u16string_view candidate = pathKey;
-    for (;;) {
-        if (paths.paths.contains(candidate)) {
-            return matched(candidate);
-        }
-        const std::size_t slash = candidate.rfind(u'/');
-        if (slash == candidate.npos) {
-            return false;
-        }
-        candidate = candidate.substr(0, slash);
+    if (trace != nullptr) {
+        trace->everyPath = paths.empty();
+        trace->pathKey.assign(listedKey);
     }
+    return true;
 }
 
 }  // namespace sentrel

@@ -6,7 +6,6 @@
 #include "policy/web_filter_policy.h"
 #include "search/cracked_url.h"
 #include "search/decision_trace.h"
-#include "search/index_arena.h"
 #include "search/search_index.h"
 #include "search/web_filter_type.h"
 
@@ -36,10 +35,13 @@ class WebFilterSearcher {
     const SchemeToInfoMapType& BlackIndex() const { return blackIndex_; }
 
     // Adds one normalised URL to an index; a URL that cannot be cracked is logged and adds
-    // nothing.
+    // nothing. The index is sealed after the last one.
     static void InsertUrl(std::u16string_view url, SchemeToInfoMapType& index);
-    static void InsertIntoHostMap(const CrackedUrl& cracked, HostToInfoMapTypeStruct& hosts);
-    static void InsertIntoPortMap(const CrackedUrl& cracked, PortToPathsMapTypeStruct& ports);
+    // The host level under a scheme record of the index, and the port level under a host record.
+    static void InsertIntoHostMap(const CrackedUrl& cracked, SchemeToInfoMapType& index,
+                                  SchemeToInfoMapType::RecordId scheme);
+    static void InsertIntoPortMap(const CrackedUrl& cracked, SchemeToInfoMapType& index,
+                                  SchemeToInfoMapType::RecordId host);
 
     static bool IsUrlInIndex(const CrackedUrl& cracked, const SchemeToInfoMapType& index,
                              IndexTrace* trace = nullptr);
@@ -50,11 +52,8 @@ class WebFilterSearcher {
                             IndexTrace* trace = nullptr);
 
   private:
-    // Both indexes live in this arena; they are emptied before it is released, and destroyed
-    // before it.
-    IndexArena arena_;
-    SchemeToInfoMapType whiteIndex_{&arena_};
-    SchemeToInfoMapType blackIndex_{&arena_};
+    SchemeToInfoMapType whiteIndex_;
+    SchemeToInfoMapType blackIndex_;
 };
 
 }  // namespace sentrel

@@ -1,7 +1,8 @@
 #include "text/url_text.h"
 
+#include <emmintrin.h>
+
 #include <array>
-#include <cstring>
 #include <limits>
 
 #include "text/ascii_case.h"
@@ -45,24 +46,6 @@ int UrlDigitValue(char16_t ch) {
 
 namespace {
 
-// Four UTF-16 code units at once in a 64-bit word, one in each 16-bit lane; no operation below
-// carries or borrows across lanes except where noted.
-constexpr std::uint64_t kLaneOnes = 0x0001000100010001u;
-constexpr std::uint64_t kLaneHighBits = 0x8000800080008000u;
-
-// True when a lane is zero (a borrow may also mark lanes above a zero lane, never without one).
-bool HasZeroLane(std::uint64_t block) {
-    return ((block - kLaneOnes) & ~block & kLaneHighBits) != 0;
-}
-
-std::uint64_t LowerAsciiCapitals(std::uint64_t block) {
-    const std::uint64_t low = block & ~kLaneHighBits;                   // each lane below 0x8000
-    const std::uint64_t atLeastA = low + (0x8000u - u'A') * kLaneOnes;  // high bit: low >= 'A'
-    const std::uint64_t atMostZ = (0x8000u + u'Z') * kLaneOnes - low;   // high bit: low <= 'Z'
-    const std::uint64_t capitals = atLeastA & atMostZ & ~block & kLaneHighBits;
-    return block | (capitals >> 10);  // 0x8000 >> 10 is the 0x20 that lowers a capital
-}
-
 // Normalises text into out, which has room for text.size() characters, and gives the length of
 // the result.
 std::size_t NormalizeInto(std::u16string_view text, char16_t* out) {
@@ -71,15 +54,21 @@ std::size_t NormalizeInto(std::u16string_view text, char16_t* out) {
         ++begin;
     }
     text.remove_prefix(begin);
-    // Copy and lower up to the first NUL, a block at a time while no block holds one.
+    // Copy and lower up to the first NUL, eight characters at a time while no block holds one.
+    // The comparisons are signed, so characters from U+8000 up are below 'A' and stay as they are.
+    const __m128i beforeA = _mm_set1_epi16(u'A' - 1);
+    const __m128i afterZ = _mm_set1_epi16(u'Z' + 1);
+    const __m128i lowering = _mm_set1_epi16(u'a' - u'A');
     std::size_t end = 0;
-    for (std::uint64_t block = 0; end + 4 <= text.size(); end += 4) {
-        std::memcpy(&block, text.data() + end, sizeof(block));
-        if (HasZeroLane(block)) {
+    for (; end + 8 <= text.size(); end += 8) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + end));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi16(block, _mm_setzero_si128())) != 0) {
             break;
         }
-        block = LowerAsciiCapitals(block);
-        std::memcpy(out + end, &block, sizeof(block));
+        const __m128i capitals =
+            _mm_and_si128(_mm_cmpgt_epi16(block, beforeA), _mm_cmplt_epi16(block, afterZ));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + end),
+                         _mm_or_si128(block, _mm_and_si128(capitals, lowering)));
     }
     for (; end < text.size() && text[end] != u'\0'; ++end) {
         out[end] = LowerAscii(text[end]);

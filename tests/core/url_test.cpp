@@ -19,10 +19,10 @@ namespace {
 std::string PartsOf(const CrackedUrl& cracked) {
     std::string parts;
     for (const std::string& part :
-         {test::Readable(cracked.scheme.view()), std::to_string(static_cast<int>(cracked.schemeId)),
-          test::Readable(cracked.host.view()), std::to_string(cracked.port),
-          test::Readable(cracked.path.view()), test::Readable(cracked.tail.view()),
-          test::Readable(cracked.userName.view()), test::Readable(cracked.password.view())}) {
+         {test::Readable(cracked.scheme), std::to_string(static_cast<int>(cracked.schemeId)),
+          test::Readable(cracked.host), std::to_string(cracked.port), test::Readable(cracked.path),
+          test::Readable(cracked.tail), test::Readable(cracked.userName),
+          test::Readable(cracked.password)}) {
         parts += part + "|";
     }
     return parts.substr(0, parts.find_last_not_of('|') + 1);

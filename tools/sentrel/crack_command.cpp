@@ -15,19 +15,20 @@ int RunCrack(const Arguments& arguments, CommandStreams& streams) {
         return Fail(streams, "crack", "no URL given (see 'sentrel crack --help')");
     }
     for (const std::string& url : arguments.positionals) {
+        const std::u16string normalised = NormalizeUrlText(Utf8ToUtf16(url));
         CrackedUrl cracked;
-        if (!CrackUrl(NormalizeUrlText(Utf8ToUtf16(url)), cracked)) {
+        if (!CrackUrl(normalised, cracked)) {
             streams.out << "{\"error\":\"could not crack\"}\n";
             continue;
         }
-        streams.out << "{\"scheme\":" << JsonString(cracked.scheme.view())
+        streams.out << "{\"scheme\":" << JsonString(cracked.scheme)
                     << ",\"schemeId\":" << static_cast<int>(cracked.schemeId)
-                    << ",\"host\":" << JsonString(cracked.host.view())
-                    << ",\"userName\":" << JsonString(cracked.userName.view())
-                    << ",\"password\":" << JsonString(cracked.password.view())
-                    << ",\"path\":" << JsonString(cracked.path.view())
-                    << ",\"tail\":" << JsonString(cracked.tail.view())
-                    << ",\"port\":" << cracked.port << "}\n";
+                    << ",\"host\":" << JsonString(cracked.host)
+                    << ",\"userName\":" << JsonString(cracked.userName)
+                    << ",\"password\":" << JsonString(cracked.password)
+                    << ",\"path\":" << JsonString(cracked.path)
+                    << ",\"tail\":" << JsonString(cracked.tail) << ",\"port\":" << cracked.port
+                    << "}\n";
     }
     return kExitOk;
 }

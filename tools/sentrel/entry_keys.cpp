@@ -7,8 +7,9 @@
 namespace sentrel::cli {
 
 std::optional<EntryKeys> KeysOfEntry(const FilterEntryView& entry, CrackFailure* why) {
+    const std::u16string normalised = NormalizeUrlText(entry.url);
     CrackedUrl cracked;
-    if (!CrackUrl(NormalizeUrlText(entry.url), cracked, why)) {
+    if (!CrackUrl(normalised, cracked, why)) {
         return std::nullopt;
     }
     EntryKeys keys;

@@ -38,13 +38,13 @@ const char* SchemeName(UrlScheme scheme) {
 }
 
 void PrintCracked(const CrackedUrl& cracked, std::ostream& out) {
-    out << "scheme      " << Quoted(cracked.scheme.view()) << " (" << SchemeName(cracked.schemeId)
+    out << "scheme      " << Quoted(cracked.scheme) << " (" << SchemeName(cracked.schemeId)
         << ")\n"
-        << "host        " << Quoted(cracked.host.view()) << "\n"
-        << "userName    " << Quoted(cracked.userName.view()) << "\n"
-        << "password    " << Quoted(cracked.password.view()) << "\n"
-        << "path        " << Quoted(cracked.path.view()) << "\n"
-        << "tail        " << Quoted(cracked.tail.view()) << "\n"
+        << "host        " << Quoted(cracked.host) << "\n"
+        << "userName    " << Quoted(cracked.userName) << "\n"
+        << "password    " << Quoted(cracked.password) << "\n"
+        << "path        " << Quoted(cracked.path) << "\n"
+        << "tail        " << Quoted(cracked.tail) << "\n"
         << "port        " << cracked.port << (cracked.portNamed ? "" : " (none named)") << "\n"
         << "keys        scheme " << Quoted(SchemeKey(cracked));
     if (cracked.host.empty()) {

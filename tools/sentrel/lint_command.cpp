@@ -10,7 +10,7 @@
 #include "policy/guid.h"
 #include "policy/xml_reader.h"
 #include "policy_file.h"
-#include "search/url_keys.h"
+#include "search/match_rules.h"
 #include "text/ascii_case.h"
 #include "utf8.h"
 
@@ -96,17 +96,15 @@ struct KeyedEntry {
     EntryKeys keys;
 };
 
-// Whether an entry with these port and path keys answers every URL that the other one answers.
+// Whether an entry with these port and path keys answers every URL that the other one answers:
+// the other's port and path reach it through the decision's own walks.
 bool Covers(const EntryKeys& broad, const EntryKeys& narrow) {
-    if (broad.port != 0 && broad.port != narrow.port) {
-        return false;
-    }
-    if (broad.pathKey.empty()) {
-        return true;
-    }
-    const std::u16string_view path = narrow.pathKey;
-    return path.starts_with(broad.pathKey) &&
-           (path.size() == broad.pathKey.size() || path[broad.pathKey.size()] == u'/');
+    return WalkPortCandidates(narrow.port,
+                              [&broad](std::uint16_t port) { return port == broad.port; }) &&
+           (broad.pathKey.empty() ||
+            WalkPathCandidates(narrow.pathKey, [&broad](std::u16string_view path) {
+                return path == broad.pathKey;
+            }));
 }
 
 // Host keys under the same scheme key: entries that another entry makes redundant, and hosts
@@ -135,16 +133,16 @@ void LintIndexSide(const std::vector<KeyedEntry>& entries, Findings& findings) {
         // The host walk stops at the first listed suffix, so a listed subdomain hides the
         // entries of every listed parent for URLs on that subdomain.
         const std::u16string_view host = key.second;
-        for (std::size_t start = NextHostCandidate(host, 0); start != host.npos;
-             start = NextHostCandidate(host, start)) {
+        WalkHostCandidates(host, [&](std::size_t start) {
             const std::u16string_view parent = host.substr(start);
-            if (byHost.contains({key.first, std::u16string(parent)})) {
-                findings.Report("host " + Quoted(key.second) + " has entries of its own, so the " +
-                                "entries of " + Quoted(parent) + " do not apply to URLs on " +
-                                Quoted(key.second));
-                break;
+            if (start == 0 || !byHost.contains({key.first, std::u16string(parent)})) {
+                return false;
             }
-        }
+            findings.Report("host " + Quoted(key.second) + " has entries of its own, so the " +
+                            "entries of " + Quoted(parent) + " do not apply to URLs on " +
+                            Quoted(key.second));
+            return true;
+        });
     }
 }
 
