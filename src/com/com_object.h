@@ -43,10 +43,7 @@ class ComObject final : private ModuleLock, public T {
         }
         IUnknown* self = created->OwnUnknown();
         self->AddRef();
-        HRESULT result = created->GetLock().Initialize();
-        if (SUCCEEDED(result)) {
-            result = created->FinalConstruct();
-        }
+        HRESULT result = created->FinalConstruct();
         if (SUCCEEDED(result)) {
             result = self->QueryInterface(iid, object);
         }

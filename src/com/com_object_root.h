@@ -17,7 +17,7 @@ class ComObjectRoot {
     ComObjectRoot(const ComObjectRoot&) = delete;
     ComObjectRoot& operator=(const ComObjectRoot&) = delete;
 
-    // Guards the object's state; initialised during creation, before FinalConstruct.
+    // Guards the object's state: readers share it, writers hold it alone.
     ObjectLock& GetLock() noexcept { return lock_; }
 
     // The unknown that holds the object's identity and reference count: the outer object's when
@@ -48,7 +48,7 @@ class ComObjectRoot {
     // Hooks that a derived class hides with its own: FinalConstruct runs once the object is built,
     // with a reference held on it, and a failure ends the creation; FinalRelease runs first when
     // the object is destroyed, also after a failed creation, so it must not count on
-    // FinalConstruct having run (nor, if the lock could not be initialised, on the lock).
+    // FinalConstruct having run.
     HRESULT FinalConstruct() noexcept { return S_OK; }
     void FinalRelease() noexcept {}
     // Called when the last reference goes: a class that must not be destroyed on the releasing

@@ -1,6 +1,7 @@
 #include "com/connection_point.h"
 
 #include <mutex>
+#include <shared_mutex>
 #include <vector>
 
 #include "com/com_boundary.h"
@@ -76,7 +77,7 @@ HRESULT STDMETHODCALLTYPE ConnectionPoint::EnumConnections(IEnumConnections** co
         // Declared first, so that after a failure the sinks are released with the lock free.
         std::vector<Connection> copy;
         {
-            const std::lock_guard guard(lock_);
+            const std::shared_lock guard(lock_);
             for (std::size_t slot = 0; slot < sinks_.SlotCount(); ++slot) {
                 if (IUnknown* sink = sinks_.At(slot)) {
                     copy.push_back({ComPtr<IUnknown>(sink), static_cast<DWORD>(slot + 1)});
@@ -89,12 +90,12 @@ HRESULT STDMETHODCALLTYPE ConnectionPoint::EnumConnections(IEnumConnections** co
 }
 
 std::size_t ConnectionPoint::SlotCount() noexcept {
-    const std::lock_guard guard(lock_);
+    const std::shared_lock guard(lock_);
     return sinks_.SlotCount();
 }
 
 ComPtr<IUnknown> ConnectionPoint::SinkAt(std::size_t slot) noexcept {
-    const std::lock_guard guard(lock_);
+    const std::shared_lock guard(lock_);
     return ComPtr<IUnknown>(sinks_.At(slot));
 }
 

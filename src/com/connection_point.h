@@ -27,7 +27,8 @@ inline void HandOut(const Connection& connection, CONNECTDATA* element) noexcept
 
 // The connection point for one outgoing interface, a part of the object that owns it: its
 // reference count and its container are the owner's, and the owner's object lock guards its sink
-// list. Sinks are never called, nor released, with that lock held.
+// list (shared to read it, alone to change it). Sinks are never called, nor released, with that
+// lock held.
 class ConnectionPoint final : public IConnectionPoint {
   public:
     ConnectionPoint(IConnectionPointContainer& container, ObjectLock& lock,

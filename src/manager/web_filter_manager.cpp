@@ -3,6 +3,7 @@
 #include <objbase.h>
 
 #include <new>
+#include <shared_mutex>
 #include <vector>
 
 #include "com/bstr.h"
@@ -111,7 +112,8 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::IsUrlAllowed(BSTR bstrUrl, long* pb
         return E_POINTER;
     }
     return ComBoundary(E_OUTOFMEMORY, E_FAIL, [&] {
-        const std::lock_guard lock(GetLock());
+        // Decisions only read the filter in force: they share the lock with one another.
+        const std::shared_lock lock(GetLock());
         *pbAllowed = filterState_.IsUrlAllowed(U16View(bstrUrl)) ? 1 : 0;
         return S_OK;
     });
@@ -168,7 +170,7 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::GetFilterContent(::WebFilterType* p
     return ComBoundary(E_OUTOFMEMORY, [&] {
         WebFilterPolicy policy;
         {
-            const std::lock_guard lock(GetLock());
+            const std::shared_lock lock(GetLock());
             filterState_.GetFilter(*pFilterType, policy);
         }
         if (pnRefreshMode != nullptr) {
@@ -219,7 +221,7 @@ HRESULT STDMETHODCALLTYPE CWebFilterManager::GetFilteredPorts(unsigned short* pP
     *pPortsNumber = 0;
     *ppPortsList = nullptr;
     return ComBoundary(E_FAIL, [&] {
-        const std::lock_guard lock(GetLock());
+        const std::shared_lock lock(GetLock());
         std::vector<std::uint16_t> ports;
         connectionRules_.GetPorts(ports);
         if (ports.empty()) {

@@ -25,8 +25,10 @@ namespace sentrel {
 // publication to every other manager object through the shared section, the refresh from that
 // section on its own timer thread, the change events, and the connection rules of the registry.
 //
-// Locks: the object lock guards the filter state and the sink list; the shared section's named
-// mutex is never taken while the object lock is held. Sinks are called with no lock held.
+// Locks: the object lock guards the filter state and the sink list; decisions and reads share
+// it, and only putting a filter in force and changing the sink list hold it alone. The shared
+// section's named mutex is never taken while the object lock is held. Sinks are called with no
+// lock held.
 class CWebFilterManager : public ComObjectRoot,
                           public ConnectionPointContainer,
                           public CProxy_IWebFilterEvents,

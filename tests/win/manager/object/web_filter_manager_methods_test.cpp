@@ -11,6 +11,8 @@
 #include <mutex>
 #include <new>
 #include <optional>
+#include <shared_mutex>
+#include <thread>
 #include <vector>
 
 #include "connection_rules_keys.h"
@@ -87,18 +89,50 @@ TEST_F(ManagerTest, NullOutPointersAreRefusedUntouchedSaveTheOptionalOnes) {
     EXPECT_EQ(Manager().GetFilterContent(&type, nullptr, nullptr), S_OK);
 }
 
-// Decisions, loads (an object loads its own publication back) and Unadvise wait for the lock.
-TEST_F(ManagerTest, DecisionsLoadsAndUnadviseWaitForTheObjectLock) {
+// Decisions share the object lock and wait for a writer; loads (an object loads its own
+// publication back) and Unadvise hold it alone, so they wait for readers too.
+TEST_F(ManagerTest, DecisionsShareTheObjectLockWhileLoadsAndUnadviseHoldItAlone) {
     ASSERT_EQ(SetContent(Manager(), kPolicy, kModeTwo), S_OK);  // loaded back at a tick, silently
-    std::unique_lock lock(static_cast<CWebFilterManager&>(Manager()).GetLock());
-    auto decided = std::async(std::launch::async, [&] { return Allowed(Manager(), u"h"); });
+    ObjectLock& objectLock = static_cast<CWebFilterManager&>(Manager()).GetLock();
+    const auto decide = [&] {
+        return std::async(std::launch::async, [&] { return Allowed(Manager(), u"h"); });
+    };
+    const auto waiting = std::future_status::timeout;
+    std::unique_lock writing(objectLock);
+    auto decided = decide();
+    EXPECT_EQ(decided.wait_for(100ms), waiting);
+    writing.unlock();
+    std::shared_lock reading(objectLock);
+    EXPECT_EQ(decide().get(), 0);  // beside a reader
     auto left = std::async(std::launch::async, [&] { return EventsPoint(Manager())->Unadvise(1); });
     auto loaded = std::async(std::launch::async, [&] { Tick(Manager()); });
-    const auto waiting = std::future_status::timeout;
-    EXPECT_EQ(std::tuple(decided.wait_for(100ms), left.wait_for(1ms), loaded.wait_for(1ms)),
-              std::tuple(waiting, waiting, waiting));
-    lock.unlock();
+    EXPECT_EQ(std::pair(left.wait_for(100ms), loaded.wait_for(1ms)), std::pair(waiting, waiting));
+    reading.unlock();
     EXPECT_EQ(std::pair(decided.get(), left.get()), std::pair(0l, CONNECT_E_NOCONNECTION));
+}
+
+// Clients decide and read while policies are set and loaded back: every answer is that of one
+// whole policy (both deny the URL; their documents differ in the refresh mode alone).
+TEST_F(ManagerTest, AnswersAreThoseOfOneWholePolicyWhilePoliciesChange) {
+    const std::u16string texts[] = {Document(0, u"http://c/"), Document(2, u"http://c/")};
+    ASSERT_EQ(SetContent(Manager(), kPolicy, texts[1]), S_OK);
+    std::atomic<int> changes{0}, broken{0};
+    const auto client = [&] {
+        while (changes < 200) {
+            const Content content = ContentOf(Manager());
+            const int mode = std::get<2>(content);
+            broken += Allowed(Manager(), u"http://c/") != 0 ||
+                      content != Handed(kPolicy, mode, texts[mode == 2]);
+        }
+    };
+    std::thread first(client), second(client);
+    for (; changes < 200; ++changes) {
+        SetContent(Manager(), kPolicy, texts[changes % 2]);
+        Tick(Manager());
+    }
+    first.join();
+    second.join();
+    EXPECT_EQ(broken, 0);
 }
 
 // Read by each object when it is made: port 80 filtered (two bytes carry it), Browser.exe allowed.
