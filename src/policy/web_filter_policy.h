@@ -2,13 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "policy/chunked_vector.h"
 #include "policy/guid.h"
 #include "policy/text_arena.h"
 
@@ -47,7 +47,7 @@ struct FilterEntry {
 // entries' texts side by side in an arena. An open-addressing table of positions finds an entry
 // by id, so that large lists load in linear time without a heap node per entry; it is made when
 // entries are added and let go by ShrinkToFit, since a list held in a policy is read far more
-// often than it grows. Neither records nor texts move while a sequence grows.
+// often than it grows. Growing copies neither records nor texts.
 //
 // The table keeps a byte of each id's hash apart from the positions: a probe for a new id, the
 // common case while reading, reads only those bytes, which stay in the cache when the positions
@@ -59,7 +59,7 @@ class FilterEntrySequence {
         std::uint32_t nameLength;
         std::uint32_t urlLength;
     };
-    using Records = std::deque<Record>;
+    using Records = ChunkedVector<Record>;
 
   public:
     class const_iterator {
