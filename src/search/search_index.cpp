@@ -10,10 +10,24 @@ namespace {
 
 constexpr std::uint64_t kKeyHashStart = 0xCBF29CE484222325u;
 
-// Up to four characters as one number.
-std::uint64_t BlockOf(const char16_t* chars, std::size_t count) {
+// Four characters as one number.
+std::uint64_t BlockOf(const char16_t* chars) {
+    std::uint64_t block;
+    std::memcpy(&block, chars, sizeof(block));
+    return block;
+}
+
+// The first count (at most three) characters of text from start as one number, the rest 0.
+std::uint64_t PartialBlockOf(std::u16string_view text, std::size_t start, std::size_t count) {
+    const std::uint64_t mask = (std::uint64_t{1} << (16 * count)) - 1;
+    if (text.size() - start >= 4) {
+        // One load and a mask: a copy of a varying length would go through memory.
+        return BlockOf(text.data() + start) & mask;
+    }
     std::uint64_t block = 0;
-    std::memcpy(&block, chars, count * sizeof(char16_t));
+    for (std::size_t i = 0; i < count; ++i) {
+        block |= std::uint64_t{text[start + i]} << (16 * i);
+    }
     return block;
 }
 
@@ -27,7 +41,7 @@ std::uint64_t FinishKeyHash(std::uint64_t wholeBlocks, std::u16string_view text,
     const std::size_t length = text.size() - start;
     // Keys are far shorter than 2^16 characters, and at most three characters take 48 bits.
     return AddBlock(wholeBlocks,
-                    BlockOf(text.data() + start, length % 4) | std::uint64_t{length} << 48);
+                    PartialBlockOf(text, start, length % 4) | std::uint64_t{length} << 48);
 }
 
 }  // namespace
@@ -36,7 +50,7 @@ std::uint64_t KeyHashOf(std::u16string_view key) {
     std::uint64_t hash = kKeyHashStart;
     std::size_t end = key.size();
     for (; end >= 4; end -= 4) {
-        hash = AddBlock(hash, BlockOf(key.data() + end - 4, 4));
+        hash = AddBlock(hash, BlockOf(key.data() + end - 4));
     }
     return FinishKeyHash(hash, key, 0);
 }
@@ -44,7 +58,7 @@ std::uint64_t KeyHashOf(std::u16string_view key) {
 HostSuffixHashes::HostSuffixHashes(std::u16string_view hostKey) : key_(hostKey) {
     blocks_[0] = kKeyHashStart;
     for (std::size_t i = 1; i <= key_.size() / 4; ++i) {
-        blocks_[i] = AddBlock(blocks_[i - 1], BlockOf(key_.data() + key_.size() - 4 * i, 4));
+        blocks_[i] = AddBlock(blocks_[i - 1], BlockOf(key_.data() + key_.size() - 4 * i));
     }
 }
 
@@ -72,9 +86,9 @@ std::optional<StringSetTypeStruct> PortToPathsMapTypeStruct::Find(std::uint16_t 
 }
 
 std::optional<PortToPathsMapTypeStruct> HostToInfoMapTypeStruct::Find(std::u16string_view hostKey,
-                                                                      std::uint64_t keyHash) const {
+                                                                      std::uint32_t hash) const {
     const std::optional<SchemeToInfoMapType::RecordId> host =
-        index_->FindRecord(scheme_, hostKey, SchemeToInfoMapType::HashUnder(keyHash, scheme_));
+        index_->FindRecord(scheme_, hostKey, hash);
     if (!host) {
         return std::nullopt;
     }
@@ -92,23 +106,6 @@ std::optional<HostToInfoMapTypeStruct> SchemeToInfoMapType::Find(
         return std::nullopt;
     }
     return HostToInfoMapTypeStruct(*this, *scheme);
-}
-
-std::uint32_t SchemeToInfoMapType::HashUnder(std::uint64_t keyHash, RecordId parent) {
-    // The 64-bit finaliser of MurmurHash3 over the key's hash and its parent: every bit of both
-    // reaches the 32 bits kept.
-    std::uint64_t mixed = keyHash ^ (std::uint64_t{parent} * 0x9E3779B97F4A7C15u);
-    mixed ^= mixed >> 33;
-    mixed *= 0xFF51AFD7ED558CCDu;
-    mixed ^= mixed >> 33;
-    mixed *= 0xC4CEB9FE1A85EC53u;
-    mixed ^= mixed >> 33;
-    return static_cast<std::uint32_t>(mixed);
-}
-
-std::size_t SchemeToInfoMapType::SlotOf(std::uint32_t hash) const {
-    // The hash scaled to the table's size, which need not be a power of two.
-    return static_cast<std::size_t>((std::uint64_t{hash} * slots_.size()) >> 32);
 }
 
 std::optional<SchemeToInfoMapType::RecordId> SchemeToInfoMapType::FindRecord(

@@ -1,5 +1,6 @@
 #include "search/web_filter_searcher.h"
 
+#include <array>
 #include <optional>
 #include <string>
 
@@ -137,22 +138,29 @@ bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToIn
     // listed decides alone.
     const std::u16string_view hostKey = HostKey(cracked);
     const HostSuffixHashes hashes(hostKey);
-    bool matched = false;
-    const bool found = WalkHostCandidates(hostKey, [&](std::size_t start) {
-        const std::u16string_view candidate = hostKey.substr(start);
-        const std::optional<PortToPathsMapTypeStruct> ports =
-            hosts->Find(candidate, hashes.Of(start));
-        if (!ports) {
-            return false;
-        }
-        if (trace != nullptr) {
-            trace->hostKey.assign(candidate);
-        }
-        matched = IsUrlInPortMap(cracked, *ports, trace);
-        return true;
+    // Every candidate's slot is asked of memory before the first is probed: a walk that misses
+    // then waits about as long as one probe.
+    struct Candidate {
+        std::size_t start;
+        std::uint32_t hash;
+    };
+    std::array<Candidate, kHostLimit / 2 + 1> candidates;
+    std::size_t count = 0;
+    WalkHostCandidates(hostKey, [&](std::size_t start) {
+        candidates[count] = {start, hosts->HashOf(hashes.Of(start))};
+        hosts->Prefetch(candidates[count++].hash);
+        return false;
     });
-    if (found) {
-        return matched;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::u16string_view candidate = hostKey.substr(candidates[i].start);
+        const std::optional<PortToPathsMapTypeStruct> ports =
+            hosts->Find(candidate, candidates[i].hash);
+        if (ports) {
+            if (trace != nullptr) {
+                trace->hostKey.assign(candidate);
+            }
+            return IsUrlInPortMap(cracked, *ports, trace);
+        }
     }
     return Miss(trace, IndexOutcome::HostWalkExhausted);
 }
