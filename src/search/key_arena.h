@@ -27,9 +27,9 @@ class KeyArena {
     void Reserve(std::size_t bytes) { bytes_.reserve(bytes); }
     void ShrinkToFit() { bytes_.shrink_to_fit(); }
 
-  private:
     static constexpr std::size_t kHeaderBytes = 2;
 
+  private:
     // A stored key read in place.
     struct Stored {
         const std::uint8_t* chars;

@@ -1,6 +1,7 @@
 #include "search/search_index.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 
@@ -135,77 +136,120 @@ void SchemeToInfoMapType::Place(const Slot& slot) {
     slots_[i] = slot;
 }
 
-void SchemeToInfoMapType::Reserve(std::size_t entries) {
-    if (entries == 0) {
-        return;
-    }
-    // Each entry adds at most one host key; the scheme keys are few.
-    constexpr std::size_t kSchemes = 16;
-    slots_.assign(2 * (entries + kSchemes), Slot{});
-    records_.reserve(entries + kSchemes);
+void SchemeToInfoMapType::Reserve(std::size_t entries, std::size_t keyChars) {
     listings_.reserve(entries);
+    // A host key and a path key an entry, each behind its header.
+    keys_.Reserve(keyChars + 2 * KeyArena::kHeaderBytes * entries);
 }
 
-SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindOrAdd(RecordId parent,
-                                                             std::u16string_view key) {
-    const std::uint32_t hash = HashUnder(KeyHashOf(key), parent);
-    if (const std::optional<RecordId> found = FindRecord(parent, key, hash)) {
-        return *found;
-    }
-    if (2 * (records_.size() + 1) > slots_.size()) {
-        // Only a policy of far more scheme keys than usual, or one not reserved for, gets here.
-        std::vector<Slot> old(std::max<std::size_t>(32, 2 * slots_.size()));
-        old.swap(slots_);
-        for (const Slot& slot : old) {
-            if (slot.record != kNone) {
-                Place(slot);
-            }
+void SchemeToInfoMapType::Rehash(std::size_t slots) {
+    std::vector<Slot> old(slots);
+    old.swap(slots_);
+    for (const Slot& slot : old) {
+        if (slot.record != kNone) {
+            Place(slot);
         }
     }
-    const auto record = static_cast<RecordId>(records_.size());
-    records_.push_back({keys_.Add(key), parent, 0});
-    Place({hash, record});
-    return record;
 }
 
 SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindOrAddScheme(std::u16string_view schemeKey) {
-    const std::size_t before = records_.size();
-    const RecordId scheme = FindOrAdd(kNone, schemeKey);
-    schemeCount_ += records_.size() - before;
-    return scheme;
+    const std::uint32_t hash = HashUnder(KeyHashOf(schemeKey), kNone);
+    if (const std::optional<RecordId> found = FindRecord(kNone, schemeKey, hash)) {
+        return *found;
+    }
+    if (2 * (records_.size() + 1) > slots_.size()) {
+        Rehash(std::max<std::size_t>(32, 2 * slots_.size()));
+    }
+    const auto record = static_cast<RecordId>(records_.size());
+    records_.push_back({keys_.Add(schemeKey), kNone, 0});
+    Place({hash, record});
+    ++schemeCount_;
+    return record;
 }
 
-SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindOrAddHost(RecordId scheme,
-                                                                 std::u16string_view hostKey) {
-    return FindOrAdd(scheme, hostKey);
+void SchemeToInfoMapType::AddPath(RecordId scheme, std::u16string_view hostKey, std::uint16_t port,
+                                  std::u16string_view pathKey) {
+    // Entries of one host usually stand together: they share its key.
+    const bool sameAsLast = !listings_.empty() && listings_.back().scheme == scheme &&
+                            keys_.Compare(listings_.back().host, hostKey) == 0;
+    const KeyArena::Ref host = sameAsLast ? listings_.back().host : keys_.Add(hostKey);
+    listings_.push_back({HashUnder(KeyHashOf(hostKey), scheme), scheme, host,
+                         pathKey.empty() ? kNone : keys_.Add(pathKey), port});
 }
 
-void SchemeToInfoMapType::AddPath(RecordId host, std::uint16_t port, std::u16string_view pathKey) {
-    listings_.push_back({host, port, pathKey.empty() ? kNone : keys_.Add(pathKey)});
+namespace {
+
+// Sorts items by their hash a byte at a time from the lowest. Each pass reads and writes the
+// items in order, so the time an item takes stays the same however many there are.
+template <class Item>
+void SortByHash(std::vector<Item>& items) {
+    std::vector<Item> sorted(items.size());
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+        std::array<std::size_t, 257> starts{};
+        for (const Item& item : items) {
+            ++starts[(item.hash >> shift & 0xFF) + 1];
+        }
+        for (std::size_t b = 1; b < starts.size(); ++b) {
+            starts[b] += starts[b - 1];
+        }
+        for (const Item& item : items) {
+            sorted[starts[item.hash >> shift & 0xFF]++] = item;
+        }
+        items.swap(sorted);
+    }
+}
+
+}  // namespace
+
+bool SchemeToInfoMapType::SameHost(const Listing& a, const Listing& b) const {
+    return a.hash == b.hash && a.scheme == b.scheme &&
+           (a.host == b.host || keys_.Compare(a.host, b.host) == 0);
 }
 
 void SchemeToInfoMapType::Seal() {
-    // The listings grouped by host in one counting pass: ends[r] is where the listings of
-    // record r end once they are in place.
-    std::vector<std::uint32_t> ends(records_.size() + 1, 0);
-    for (const Listing& listing : listings_) {
-        ++ends[listing.host + 1];
+    SortByHash(listings_);
+    // Within a run of one hash: by scheme and host key, so that the listings of a host stand
+    // together, then by port, and within a port a listing of every path first, then the path
+    // keys in order.
+    const auto before = [this](const Listing& a, const Listing& b) {
+        if (a.scheme != b.scheme) {
+            return a.scheme < b.scheme;
+        }
+        if (a.host != b.host) {
+            if (const int order = keys_.Compare(a.host, b.host); order != 0) {
+                return order < 0;
+            }
+        }
+        if (a.port != b.port || a.path == kNone || b.path == kNone) {
+            return a.port != b.port ? a.port < b.port : a.path == kNone && b.path != kNone;
+        }
+        return keys_.Compare(a.path, b.path) < 0;
+    };
+    for (auto run = listings_.begin(); run != listings_.end();) {
+        const auto end = std::find_if(run + 1, listings_.end(),
+                                      [run](const Listing& l) { return l.hash != run->hash; });
+        if (end - run > 1) {
+            std::sort(run, end, before);
+        }
+        run = end;
     }
-    for (std::size_t r = 1; r < ends.size(); ++r) {
-        ends[r] += ends[r - 1];
-    }
-    std::vector<Listing> grouped(listings_.size());
-    for (const Listing& listing : listings_) {
-        grouped[ends[listing.host]++] = listing;
+
+    // Hosts come in the order of their slots, so the table too is filled front to back.
+    Rehash(2 * (records_.size() + listings_.size()));
+    records_.reserve(records_.size() + listings_.size() + 1);
+    ports_.reserve(listings_.size() + 1);
+    paths_.reserve(listings_.size());
+    for (auto host = listings_.cbegin(); host != listings_.cend();) {
+        const auto end = std::find_if(host + 1, listings_.cend(), [this, host](const Listing& l) {
+            return !SameHost(*host, l);
+        });
+        const auto record = static_cast<RecordId>(records_.size());
+        records_.push_back({host->host, host->scheme, static_cast<std::uint32_t>(ports_.size())});
+        Place({host->hash, record});
+        SealPortsOf(host, end);
+        host = end;
     }
     listings_ = {};
-
-    ports_.reserve(grouped.size() + 1);
-    paths_.reserve(grouped.size());
-    for (RecordId r = 0; r < records_.size(); ++r) {
-        const auto begin = grouped.begin() + (r == 0 ? 0 : ends[r - 1]);
-        SealPortsOf(r, begin, grouped.begin() + ends[r]);
-    }
     records_.push_back({0, kNone, static_cast<std::uint32_t>(ports_.size())});
     ports_.push_back({0, static_cast<std::uint32_t>(paths_.size())});
     records_.shrink_to_fit();
@@ -214,16 +258,8 @@ void SchemeToInfoMapType::Seal() {
     keys_.ShrinkToFit();
 }
 
-void SchemeToInfoMapType::SealPortsOf(RecordId host, std::vector<Listing>::iterator begin,
-                                      std::vector<Listing>::iterator end) {
-    records_[host].firstPort = static_cast<std::uint32_t>(ports_.size());
-    // By port, and within a port a listing of every path first, then the path keys in order.
-    std::sort(begin, end, [this](const Listing& a, const Listing& b) {
-        if (a.port != b.port || a.path == kNone || b.path == kNone) {
-            return a.port != b.port ? a.port < b.port : a.path == kNone && b.path != kNone;
-        }
-        return keys_.Compare(a.path, b.path) < 0;
-    });
+void SchemeToInfoMapType::SealPortsOf(std::vector<Listing>::const_iterator begin,
+                                      std::vector<Listing>::const_iterator end) {
     for (auto listing = begin; listing != end;) {
         const std::uint16_t port = listing->port;
         ports_.push_back({port, static_cast<std::uint32_t>(paths_.size())});

@@ -94,7 +94,9 @@ class HostToInfoMapTypeStruct {
 // each port, in a few flat arrays. One open-addressing table finds scheme keys and, under a
 // scheme, host keys; a record holds its key and the start of its run of ports, which ends where
 // the next record's begins, and a port the start of its run of path keys in the same way. An
-// index is built once (Reserve, the Add functions, then Seal) and then only read.
+// index is built once (Reserve, the Add functions, then Seal) and then only read. Host keys are
+// only listed while adding; Seal sorts the listings by hash and then fills the table, the records
+// and the runs in order, so that building touches memory in order however large the index is.
 class SchemeToInfoMapType {
   public:
     using RecordId = std::uint32_t;
@@ -106,13 +108,15 @@ class SchemeToInfoMapType {
 
     // Empties the index and gives its memory back.
     void Clear() { *this = SchemeToInfoMapType(); }
-    // Makes room for this many entries, so that adding them never rehashes.
-    void Reserve(std::size_t entries);
+    // Makes room for this many entries, whose keys take about this many characters.
+    void Reserve(std::size_t entries, std::size_t keyChars);
     RecordId FindOrAddScheme(std::u16string_view schemeKey);
-    RecordId FindOrAddHost(RecordId scheme, std::u16string_view hostKey);
-    // Lists a path key for a host and port; an empty key lists every path.
-    void AddPath(RecordId host, std::uint16_t port, std::u16string_view pathKey);
-    // Puts the listed paths in place; nothing is added after, and nothing is found before.
+    // Lists a host key under a scheme, with a port and a path key; an empty path key lists every
+    // path.
+    void AddPath(RecordId scheme, std::u16string_view hostKey, std::uint16_t port,
+                 std::u16string_view pathKey);
+    // Puts the listed hosts and paths in place; nothing is added after, and no host is found
+    // before.
     void Seal();
 
   private:
@@ -133,9 +137,11 @@ class SchemeToInfoMapType {
     };
     // What AddPath lists, kept until Seal groups it; path kNone lists every path.
     struct Listing {
-        RecordId host;
-        std::uint16_t port;
+        std::uint32_t hash;  // the host key's hash under its scheme
+        RecordId scheme;
+        KeyArena::Ref host;
         KeyArena::Ref path;
+        std::uint16_t port;
     };
 
     static std::uint32_t HashUnder(std::uint64_t keyHash, RecordId parent) {
@@ -149,14 +155,15 @@ class SchemeToInfoMapType {
     }
     std::optional<RecordId> FindRecord(RecordId parent, std::u16string_view key,
                                        std::uint32_t hash) const;
-    RecordId FindOrAdd(RecordId parent, std::u16string_view key);
+    void Rehash(std::size_t slots);
     std::size_t SlotOf(std::uint32_t hash) const {
         // The hash scaled to the table's size, which need not be a power of two.
         return static_cast<std::size_t>((std::uint64_t{hash} * slots_.size()) >> 32);
     }
     void Place(const Slot& slot);
-    void SealPortsOf(RecordId host, std::vector<Listing>::iterator begin,
-                     std::vector<Listing>::iterator end);
+    bool SameHost(const Listing& a, const Listing& b) const;
+    void SealPortsOf(std::vector<Listing>::const_iterator begin,
+                     std::vector<Listing>::const_iterator end);
 
     KeyArena keys_;
     std::vector<Slot> slots_;       // at most half of them in use

@@ -29,15 +29,22 @@ void WebFilterSearcher::LoadPolicy(const WebFilterPolicy& policy) {
         return list.type == FilterListWhite ? whiteIndex_ : blackIndex_;
     };
     try {
-        // Each index is made room for all of its entries at once, so that loading never rehashes.
-        std::size_t whiteEntries = 0;
-        std::size_t blackEntries = 0;
+        // Each index is made room for all of its entries and their keys at once.
+        struct Size {
+            std::size_t entries = 0;
+            std::size_t chars = 0;
+        };
+        Size white;
+        Size black;
         for (const auto& [id, list] : policy.lists) {
-            (&target(list) == &whiteIndex_ ? whiteEntries : blackEntries) +=
-                list.mainEntries.size();
+            Size& size = &target(list) == &whiteIndex_ ? white : black;
+            size.entries += list.mainEntries.size();
+            for (const auto& entry : list.mainEntries) {
+                size.chars += entry.url.size();
+            }
         }
-        whiteIndex_.Reserve(whiteEntries);
-        blackIndex_.Reserve(blackEntries);
+        whiteIndex_.Reserve(white.entries, white.chars);
+        blackIndex_.Reserve(black.entries, black.chars);
         for (const auto& [id, list] : policy.lists) {
             SchemeToInfoMapType& index = target(list);
             for (const auto& entry : list.mainEntries) {
@@ -70,13 +77,14 @@ void WebFilterSearcher::InsertIntoHostMap(const CrackedUrl& cracked, SchemeToInf
     if (cracked.host.empty()) {
         return;
     }
-    InsertIntoPortMap(cracked, index, index.FindOrAddHost(scheme, HostKey(cracked)));
+    InsertIntoPortMap(cracked, index, scheme);
 }
 
 void WebFilterSearcher::InsertIntoPortMap(const CrackedUrl& cracked, SchemeToInfoMapType& index,
-                                          SchemeToInfoMapType::RecordId host) {
-    // The sets are made when the index is sealed: one without a path covers every path.
-    index.AddPath(host, cracked.port, PathKey(cracked));
+                                          SchemeToInfoMapType::RecordId scheme) {
+    // The hosts and their sets are made when the index is sealed: a set without a path covers
+    // every path.
+    index.AddPath(scheme, HostKey(cracked), cracked.port, PathKey(cracked));
 }
 
 bool WebFilterSearcher::IsUrlAllowed(std::u16string_view url, DecisionTrace* trace) const {

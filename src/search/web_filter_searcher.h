@@ -41,7 +41,7 @@ class WebFilterSearcher {
     static void InsertIntoHostMap(const CrackedUrl& cracked, SchemeToInfoMapType& index,
                                   SchemeToInfoMapType::RecordId scheme);
     static void InsertIntoPortMap(const CrackedUrl& cracked, SchemeToInfoMapType& index,
-                                  SchemeToInfoMapType::RecordId host);
+                                  SchemeToInfoMapType::RecordId scheme);
 
     static bool IsUrlInIndex(const CrackedUrl& cracked, const SchemeToInfoMapType& index,
                              IndexTrace* trace = nullptr);
