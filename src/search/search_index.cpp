@@ -88,36 +88,35 @@ std::optional<StringSetTypeStruct> PortToPathsMapTypeStruct::Find(std::uint16_t 
 
 std::optional<PortToPathsMapTypeStruct> HostToInfoMapTypeStruct::Find(std::u16string_view hostKey,
                                                                       std::uint32_t hash) const {
-    const std::optional<SchemeToInfoMapType::RecordId> host =
-        index_->FindRecord(scheme_, hostKey, hash);
-    if (!host) {
+    const SchemeToInfoMapType::RecordId host = index_->FindRecord(scheme_, hostKey, hash);
+    if (host == SchemeToInfoMapType::kNone) {
         return std::nullopt;
     }
     const IndexPort* const ports = index_->ports_.data();
     const auto& records = index_->records_;
-    return PortToPathsMapTypeStruct(*index_, ports + records[*host].firstPort,
-                                    ports + records[*host + 1].firstPort);
+    return PortToPathsMapTypeStruct(*index_, ports + records[host].firstPort,
+                                    ports + records[host + 1].firstPort);
 }
 
 std::optional<HostToInfoMapTypeStruct> SchemeToInfoMapType::Find(
     std::u16string_view schemeKey) const {
-    const std::optional<RecordId> scheme =
-        FindRecord(kNone, schemeKey, HashUnder(KeyHashOf(schemeKey), kNone));
-    if (!scheme) {
+    const RecordId scheme = FindRecord(kNone, schemeKey, HashUnder(KeyHashOf(schemeKey), kNone));
+    if (scheme == kNone) {
         return std::nullopt;
     }
-    return HostToInfoMapTypeStruct(*this, *scheme);
+    return HostToInfoMapTypeStruct(*this, scheme);
 }
 
-std::optional<SchemeToInfoMapType::RecordId> SchemeToInfoMapType::FindRecord(
-    RecordId parent, std::u16string_view key, std::uint32_t hash) const {
+SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindRecord(RecordId parent,
+                                                              std::u16string_view key,
+                                                              std::uint32_t hash) const {
     if (slots_.empty()) {
-        return std::nullopt;
+        return kNone;
     }
     for (std::size_t i = SlotOf(hash);; i = i + 1 == slots_.size() ? 0 : i + 1) {
         const Slot& slot = slots_[i];
         if (slot.record == kNone) {
-            return std::nullopt;
+            return kNone;
         }
         if (slot.hash == hash) {
             const Record& record = records_[slot.record];
@@ -154,8 +153,8 @@ void SchemeToInfoMapType::Rehash(std::size_t slots) {
 
 SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindOrAddScheme(std::u16string_view schemeKey) {
     const std::uint32_t hash = HashUnder(KeyHashOf(schemeKey), kNone);
-    if (const std::optional<RecordId> found = FindRecord(kNone, schemeKey, hash)) {
-        return *found;
+    if (const RecordId found = FindRecord(kNone, schemeKey, hash); found != kNone) {
+        return found;
     }
     if (2 * (records_.size() + 1) > slots_.size()) {
         Rehash(std::max<std::size_t>(32, 2 * slots_.size()));

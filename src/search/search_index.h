@@ -153,8 +153,9 @@ class SchemeToInfoMapType {
         mixed *= 0xFF51AFD7ED558CCDu;
         return static_cast<std::uint32_t>(mixed >> 32);
     }
-    std::optional<RecordId> FindRecord(RecordId parent, std::u16string_view key,
-                                       std::uint32_t hash) const;
+    // The record of a key under its parent, or kNone: a plain number comes back in a register,
+    // where an optional would pass through memory.
+    RecordId FindRecord(RecordId parent, std::u16string_view key, std::uint32_t hash) const;
     void Rehash(std::size_t slots);
     std::size_t SlotOf(std::uint32_t hash) const {
         // The hash scaled to the table's size, which need not be a power of two.
