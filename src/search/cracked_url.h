@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "text/url_text.h"
+
 namespace sentrel {
 
 // The schemes that have a place in the table; the value is the position. Only File, News and
@@ -75,6 +77,8 @@ enum class CrackFailure {
 // Cracks a normalised text into out. The text ends at its first NUL character, if any. On false
 // ("could not crack") out is left cleared and why, when given, receives the reason.
 bool CrackUrl(std::u16string_view text, CrackedUrl& out, CrackFailure* why = nullptr);
+// The same for a normalised text, which holds no NUL, so its end is not looked for.
+bool CrackUrl(const NormalizedUrlText& text, CrackedUrl& out, CrackFailure* why = nullptr);
 // A text that dies with the call would leave the record's parts dangling.
 template <class Text>
 requires std::same_as<Text, std::u16string>

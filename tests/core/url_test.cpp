@@ -97,6 +97,7 @@ TEST(CrackUrl, Table) {
         // The text ends at its first NUL.
         {std::u16string(u"http://a/b\0c/d", 14), "http|2|a|0|/b"},
         {std::u16string(u"http://ab\0/x", 12), "http|2|ab|0"},
+        {std::u16string(u"http://a/b?c\0d", 14), "http|2|a|0|/b|?c"},
         {std::u16string(u"http\0://a", 9), "fails: no scheme"},
         // Failures.
         {u"", "fails: no scheme"},
