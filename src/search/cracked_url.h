@@ -51,7 +51,12 @@ struct CrackedUrl {
     // Part by part: a whole new record would be built and copied, which costs a crack more than
     // the rest of it.
     void Clear() {
-        scheme = host = userName = password = path = tail = {};
+        scheme = {};
+        host = {};
+        userName = {};
+        password = {};
+        path = {};
+        tail = {};
         schemeId = UrlScheme::Other;
         port = 0;
         portNamed = false;
