@@ -238,12 +238,43 @@ class UrlCracker {
 }  // namespace
 
 UrlScheme LookUpUrlScheme(std::u16string_view text) {
-    for (std::size_t i = 0; i < kSchemeNames.size(); ++i) {
-        if (EqualsIgnoringAsciiCase(text, kSchemeNames[i])) {
-            return static_cast<UrlScheme>(i);
-        }
+    // The length and first letter leave one table name at most, compared character by character
+    // over the longest name's length, with no branch on where the two differ.
+    constexpr std::size_t kLongestName = 6;
+    if (text.size() < 3 || text.size() > kLongestName) {
+        return UrlScheme::Other;
     }
-    return UrlScheme::Other;
+    UrlScheme candidate = UrlScheme::Other;
+    switch (LowerAscii(text[0])) {
+        case u'f':
+            candidate = text.size() == 3 ? UrlScheme::Ftp : UrlScheme::File;
+            break;
+        case u'g':
+            candidate = UrlScheme::Gopher;
+            break;
+        case u'h':
+            candidate = text.size() == 4 ? UrlScheme::Http : UrlScheme::Https;
+            break;
+        case u'n':
+            candidate = UrlScheme::News;
+            break;
+        case u'm':
+            candidate = UrlScheme::Mailto;
+            break;
+        case u's':
+            candidate = UrlScheme::Socks;
+            break;
+        default:
+            return UrlScheme::Other;
+    }
+    const std::u16string_view name = kSchemeNames[static_cast<std::size_t>(candidate)];
+    unsigned differences = text.size() == name.size() ? 0 : 1;
+    for (std::size_t i = 0; i < kLongestName; ++i) {
+        const char16_t a = i < text.size() ? LowerAscii(text[i]) : u'\0';
+        const char16_t b = i < name.size() ? name[i] : u'\0';
+        differences |= static_cast<unsigned>(a ^ b);
+    }
+    return differences == 0 ? candidate : UrlScheme::Other;
 }
 
 namespace {

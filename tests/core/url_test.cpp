@@ -65,6 +65,7 @@ TEST(CrackUrl, Table) {
         {u"socks://h", "socks|7|h|0"},
         {u"f\u0130le://h", "f\\u0130le|-1|h|0"},
         {u"soc\u212As://h", "soc\\u212As|-1|h|0"},
+        {u"gophex://h", "gophex|-1|h|0"},
 
         // What follows the scheme's colon.
         {u"http:", "http|2||0"},
