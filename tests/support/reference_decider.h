@@ -18,7 +18,7 @@ class ReferenceDecider {
   public:
     ReferenceDecider(WebFilterType type, const WebFilterPolicy& policy) : type_(type) {
         for (const auto& [id, list] : policy.lists) {
-            for (const FilterEntry& entry : list.mainEntries) {
+            for (const FilterEntryView entry : list.mainEntries) {
                 const std::u16string url = NormalizeUrlText(entry.url);
                 CrackedUrl c;
                 if (CrackUrl(url, c)) {
