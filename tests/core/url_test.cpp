@@ -122,6 +122,7 @@ TEST(CrackUrl, Table) {
         {u"http://h/x?" + std::u16string(2048, u'q'), "fails: long tail"},
         {u"http://" + std::u16string(kCrackSegmentLimit + 1, u'h'), "fails: long segment"},
         {u"http://[" + std::u16string(kCrackSegmentLimit, u'h') + u"@/", "fails: long segment"},
+        {u"http://[" + std::u16string(2088, u'h') + u"@/", "fails: long user"},
     };
     for (const auto& [url, parts] : cases) {
         EXPECT_EQ(Crack(url), parts) << test::Readable(url);
