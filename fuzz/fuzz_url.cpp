@@ -124,7 +124,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         RequireCleared(*cracked);
     }
 
-    if (CrackUrl(normalized, *cracked)) {
+    const bool crackedNormalized = CrackUrl(normalized, *cracked);
+    // The crack of the decision's own normalised text, which is not searched for a NUL, is the
+    // same part for part.
+    const NormalizedUrlText own(text);
+    CrackedUrl ownCrack;
+    Require(CrackUrl(own, ownCrack) == crackedNormalized);
+    Require(ownCrack.scheme == cracked->scheme && ownCrack.schemeId == cracked->schemeId &&
+            ownCrack.host == cracked->host && ownCrack.userName == cracked->userName &&
+            ownCrack.password == cracked->password && ownCrack.path == cracked->path &&
+            ownCrack.tail == cracked->tail && ownCrack.port == cracked->port &&
+            ownCrack.portNamed == cracked->portNamed);
+    if (crackedNormalized) {
         RequireSound(*cracked, normalized);
         // An entry always matches the URL it was made from.
         SchemeToInfoMapType index;

@@ -23,7 +23,9 @@ bool Fits(std::u16string_view part, std::size_t limit) {
 // delimiter) is always a run of the text itself, so it is kept as a position, not copied.
 class UrlCracker {
   public:
-    UrlCracker(std::u16string_view text, CrackedUrl& out) : text_(text), out_(out) {}
+    // A text that holds no NUL ends where it ends, and is not searched for one.
+    UrlCracker(std::u16string_view text, bool mayHoldNul, CrackedUrl& out)
+        : text_(text), mayHoldNul_(mayHoldNul), out_(out) {}
 
     bool Crack() {
         if (!CrackAuthority()) {
@@ -61,7 +63,9 @@ class UrlCracker {
     }
     void StartSegment() { segmentBegin_ = pos_; }
     // The text from pos_ to its end, which pos_ moves to.
-    std::u16string_view Rest() { return RunTo(FindFirstOf<u'\0'>(text_, pos_)); }
+    std::u16string_view Rest() {
+        return RunTo(mayHoldNul_ ? FindFirstOf<u'\0'>(text_, pos_) : text_.size());
+    }
     // The text from pos_ to end, which pos_ moves to.
     std::u16string_view RunTo(std::size_t end) {
         const std::size_t begin = pos_;
@@ -220,6 +224,7 @@ class UrlCracker {
     }
 
     std::u16string_view text_;
+    bool mayHoldNul_;
     CrackedUrl& out_;
     std::size_t pos_ = 0;
     std::size_t segmentBegin_ = 0;
@@ -233,17 +238,50 @@ class UrlCracker {
 }  // namespace
 
 UrlScheme LookUpUrlScheme(std::u16string_view text) {
-    for (std::size_t i = 0; i < kSchemeNames.size(); ++i) {
-        if (EqualsIgnoringAsciiCase(text, kSchemeNames[i])) {
-            return static_cast<UrlScheme>(i);
-        }
+    // The length and first letter leave one table name at most, compared character by character
+    // over the longest name's length, with no branch on where the two differ.
+    constexpr std::size_t kLongestName = 6;
+    if (text.size() < 3 || text.size() > kLongestName) {
+        return UrlScheme::Other;
     }
-    return UrlScheme::Other;
+    UrlScheme candidate = UrlScheme::Other;
+    switch (LowerAscii(text[0])) {
+        case u'f':
+            candidate = text.size() == 3 ? UrlScheme::Ftp : UrlScheme::File;
+            break;
+        case u'g':
+            candidate = UrlScheme::Gopher;
+            break;
+        case u'h':
+            candidate = text.size() == 4 ? UrlScheme::Http : UrlScheme::Https;
+            break;
+        case u'n':
+            candidate = UrlScheme::News;
+            break;
+        case u'm':
+            candidate = UrlScheme::Mailto;
+            break;
+        case u's':
+            candidate = UrlScheme::Socks;
+            break;
+        default:
+            return UrlScheme::Other;
+    }
+    const std::u16string_view name = kSchemeNames[static_cast<std::size_t>(candidate)];
+    unsigned differences = text.size() == name.size() ? 0 : 1;
+    for (std::size_t i = 0; i < kLongestName; ++i) {
+        const char16_t a = i < text.size() ? LowerAscii(text[i]) : u'\0';
+        const char16_t b = i < name.size() ? name[i] : u'\0';
+        differences |= static_cast<unsigned>(a ^ b);
+    }
+    return differences == 0 ? candidate : UrlScheme::Other;
 }
 
-bool CrackUrl(std::u16string_view text, CrackedUrl& out, CrackFailure* why) {
+namespace {
+
+bool Crack(std::u16string_view text, bool mayHoldNul, CrackedUrl& out, CrackFailure* why) {
     out.Clear();
-    UrlCracker cracker(text, out);
+    UrlCracker cracker(text, mayHoldNul, out);
     if (!cracker.Crack()) {
         out.Clear();
         if (why != nullptr) {
@@ -257,6 +295,16 @@ bool CrackUrl(std::u16string_view text, CrackedUrl& out, CrackFailure* why) {
         out.port = 0;
     }
     return true;
+}
+
+}  // namespace
+
+bool CrackUrl(std::u16string_view text, CrackedUrl& out, CrackFailure* why) {
+    return Crack(text, true, out, why);
+}
+
+bool CrackUrl(const NormalizedUrlText& text, CrackedUrl& out, CrackFailure* why) {
+    return Crack(text.view(), false, out, why);
 }
 
 }  // namespace sentrel

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "text/url_text.h"
+
 namespace sentrel {
 
 // The schemes that have a place in the table; the value is the position. Only File, News and
@@ -46,7 +48,19 @@ struct CrackedUrl {
     std::uint16_t port = 0;    // 0 when the URL names none or its scheme takes none
     bool portNamed = false;    // whether the URL named a port, whatever its value
 
-    void Clear() { *this = CrackedUrl{}; }
+    // Part by part: a whole new record would be built and copied, which costs a crack more than
+    // the rest of it.
+    void Clear() {
+        scheme = {};
+        host = {};
+        userName = {};
+        password = {};
+        path = {};
+        tail = {};
+        schemeId = UrlScheme::Other;
+        port = 0;
+        portNamed = false;
+    }
 };
 
 // The longest segment (the run between two delimiters of the authority) that cracking takes.
@@ -75,6 +89,8 @@ enum class CrackFailure {
 // Cracks a normalised text into out. The text ends at its first NUL character, if any. On false
 // ("could not crack") out is left cleared and why, when given, receives the reason.
 bool CrackUrl(std::u16string_view text, CrackedUrl& out, CrackFailure* why = nullptr);
+// The same for a normalised text, which holds no NUL, so its end is not looked for.
+bool CrackUrl(const NormalizedUrlText& text, CrackedUrl& out, CrackFailure* why = nullptr);
 // A text that dies with the call would leave the record's parts dangling.
 template <class Text>
 requires std::same_as<Text, std::u16string>

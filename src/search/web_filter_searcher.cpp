@@ -106,7 +106,7 @@ bool WebFilterSearcher::IsUrlAllowed(std::u16string_view url, DecisionTrace* tra
     }
     const NormalizedUrlText normalized(url);
     CrackedUrl cracked;
-    if (!CrackUrl(normalized.view(), cracked)) {
+    if (!CrackUrl(normalized, cracked)) {
         TheLogger.Log(LogLevelError, u"WebFilterSearcher::IsUrlAllowed - Could not crack url: %s",
                       url);
         return answer(DecisionStep::CouldNotCrack, false);

@@ -3,6 +3,7 @@
 #include <emmintrin.h>
 
 #include <array>
+#include <bit>
 #include <limits>
 
 #include "text/ascii_case.h"
@@ -46,6 +47,46 @@ int UrlDigitValue(char16_t ch) {
 
 namespace {
 
+// Lowers the eight characters at from into to and gives which of them are NUL: two bits of the
+// mask per character. The comparisons are signed, so characters from U+8000 up are below 'A' and
+// stay as they are.
+unsigned LowerBlock(const char16_t* from, char16_t* to) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    const __m128i capitals = _mm_and_si128(_mm_cmpgt_epi16(block, _mm_set1_epi16(u'A' - 1)),
+                                           _mm_cmplt_epi16(block, _mm_set1_epi16(u'Z' + 1)));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to),
+                     _mm_or_si128(block, _mm_and_si128(capitals, _mm_set1_epi16(u'a' - u'A'))));
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(block, _mm_setzero_si128())));
+}
+
+// Copies and lowers text into out, which has room for text.size() characters, up to the first NUL,
+// and gives the length copied.
+std::size_t LowerInto(std::u16string_view text, char16_t* out) {
+    const auto upToNul = [](std::size_t at, unsigned nul) {
+        return at + static_cast<std::size_t>(std::countr_zero(nul)) / 2;
+    };
+    std::size_t end = 0;
+    for (; end + 8 <= text.size(); end += 8) {
+        if (const unsigned nul = LowerBlock(text.data() + end, out + end); nul != 0) {
+            return upToNul(end, nul);
+        }
+    }
+    if (end == text.size()) {
+        return end;
+    }
+    if (text.size() >= 8) {
+        // The last characters as the end of a block that overlaps what came before, which holds no
+        // NUL and lowers to what it did. No loop, whose end would be hard to predict.
+        const std::size_t at = text.size() - 8;
+        const unsigned nul = LowerBlock(text.data() + at, out + at);
+        return nul != 0 ? upToNul(at, nul) : text.size();
+    }
+    for (; end < text.size() && text[end] != u'\0'; ++end) {
+        out[end] = LowerAscii(text[end]);
+    }
+    return end;
+}
+
 // Normalises text into out, which has room for text.size() characters, and gives the length of
 // the result.
 std::size_t NormalizeInto(std::u16string_view text, char16_t* out) {
@@ -53,26 +94,7 @@ std::size_t NormalizeInto(std::u16string_view text, char16_t* out) {
     while (begin < text.size() && text[begin] != u'\0' && IsUrlWhiteSpace(text[begin])) {
         ++begin;
     }
-    text.remove_prefix(begin);
-    // Copy and lower up to the first NUL, eight characters at a time while no block holds one.
-    // The comparisons are signed, so characters from U+8000 up are below 'A' and stay as they are.
-    const __m128i beforeA = _mm_set1_epi16(u'A' - 1);
-    const __m128i afterZ = _mm_set1_epi16(u'Z' + 1);
-    const __m128i lowering = _mm_set1_epi16(u'a' - u'A');
-    std::size_t end = 0;
-    for (; end + 8 <= text.size(); end += 8) {
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + end));
-        if (_mm_movemask_epi8(_mm_cmpeq_epi16(block, _mm_setzero_si128())) != 0) {
-            break;
-        }
-        const __m128i capitals =
-            _mm_and_si128(_mm_cmpgt_epi16(block, beforeA), _mm_cmplt_epi16(block, afterZ));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + end),
-                         _mm_or_si128(block, _mm_and_si128(capitals, lowering)));
-    }
-    for (; end < text.size() && text[end] != u'\0'; ++end) {
-        out[end] = LowerAscii(text[end]);
-    }
+    std::size_t end = LowerInto(text.substr(begin), out);
     while (end > 0 && IsUrlWhiteSpace(out[end - 1])) {
         --end;
     }

@@ -65,6 +65,7 @@ TEST(CrackUrl, Table) {
         {u"socks://h", "socks|7|h|0"},
         {u"f\u0130le://h", "f\\u0130le|-1|h|0"},
         {u"soc\u212As://h", "soc\\u212As|-1|h|0"},
+        {u"gophex://h", "gophex|-1|h|0"},
 
         // What follows the scheme's colon.
         {u"http:", "http|2||0"},
@@ -97,6 +98,7 @@ TEST(CrackUrl, Table) {
         // The text ends at its first NUL.
         {std::u16string(u"http://a/b\0c/d", 14), "http|2|a|0|/b"},
         {std::u16string(u"http://ab\0/x", 12), "http|2|ab|0"},
+        {std::u16string(u"http://a/b?c\0d", 14), "http|2|a|0|/b|?c"},
         {std::u16string(u"http\0://a", 9), "fails: no scheme"},
         // Failures.
         {u"", "fails: no scheme"},
@@ -120,6 +122,7 @@ TEST(CrackUrl, Table) {
         {u"http://h/x?" + std::u16string(2048, u'q'), "fails: long tail"},
         {u"http://" + std::u16string(kCrackSegmentLimit + 1, u'h'), "fails: long segment"},
         {u"http://[" + std::u16string(kCrackSegmentLimit, u'h') + u"@/", "fails: long segment"},
+        {u"http://[" + std::u16string(2088, u'h') + u"@/", "fails: long user"},
     };
     for (const auto& [url, parts] : cases) {
         EXPECT_EQ(Crack(url), parts) << test::Readable(url);
