@@ -113,14 +113,18 @@ SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindRecord(RecordId parent,
     if (slots_.empty()) {
         return kNone;
     }
+    const std::uint8_t tag = TagOf(hash);
     for (std::size_t i = SlotOf(hash);; i = i + 1 == slots_.size() ? 0 : i + 1) {
-        const Slot& slot = slots_[i];
-        if (slot.record == kNone) {
+        if (tags_[i] == 0) {
             return kNone;
         }
+        if (tags_[i] != tag) {
+            continue;
+        }
+        const Slot& slot = slots_[i];
         if (slot.hash == hash) {
             const Record& record = records_[slot.record];
-            if (record.parent == parent && keys_.Compare(record.key, key) == 0) {
+            if (record.parent == parent && keys_.Equals(record.key, key)) {
                 return slot.record;
             }
         }
@@ -129,10 +133,11 @@ SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindRecord(RecordId parent,
 
 void SchemeToInfoMapType::Place(const Slot& slot) {
     std::size_t i = SlotOf(slot.hash);
-    while (slots_[i].record != kNone) {
+    while (tags_[i] != 0) {
         i = i + 1 == slots_.size() ? 0 : i + 1;
     }
     slots_[i] = slot;
+    tags_[i] = TagOf(slot.hash);
 }
 
 void SchemeToInfoMapType::Reserve(std::size_t entries, std::size_t keyChars) {
@@ -144,6 +149,7 @@ void SchemeToInfoMapType::Reserve(std::size_t entries, std::size_t keyChars) {
 void SchemeToInfoMapType::Rehash(std::size_t slots) {
     std::vector<Slot> old(slots);
     old.swap(slots_);
+    tags_.assign(slots, 0);
     for (const Slot& slot : old) {
         if (slot.record != kNone) {
             Place(slot);
