@@ -74,9 +74,6 @@ class HostToInfoMapTypeStruct {
   public:
     // Where a host key, whose KeyHashOf is given, is looked for under this scheme.
     inline std::uint32_t HashOf(std::uint64_t keyHash) const;
-    // Starts bringing in what Find(…, hash) reads first, so that the look-ups of several
-    // candidates wait for memory together rather than one after another.
-    inline void Prefetch(std::uint32_t hash) const;
     // The ports of a host key, whose HashOf is given.
     std::optional<PortToPathsMapTypeStruct> Find(std::u16string_view hostKey,
                                                  std::uint32_t hash) const;
@@ -182,12 +179,6 @@ class SchemeToInfoMapType {
 
 std::uint32_t HostToInfoMapTypeStruct::HashOf(std::uint64_t keyHash) const {
     return SchemeToInfoMapType::HashUnder(keyHash, scheme_);
-}
-
-void HostToInfoMapTypeStruct::Prefetch(std::uint32_t hash) const {
-    if (!index_->tags_.empty()) {
-        __builtin_prefetch(&index_->tags_[index_->SlotOf(hash)]);
-    }
 }
 
 }  // namespace sentrel
