@@ -55,6 +55,22 @@ int KeyArena::Compare(Ref key, std::u16string_view text) const {
     return CompareStored(Read(key), text, text.size());
 }
 
+bool KeyArena::Equals(Ref key, std::u16string_view text) const {
+    const Stored stored = Read(key);
+    if (stored.length != text.size()) {
+        return false;
+    }
+    if (stored.wide) {
+        return std::memcmp(stored.chars, text.data(), text.size() * sizeof(char16_t)) == 0;
+    }
+    // No early exit: the loop then runs many characters at a time.
+    unsigned differ = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        differ |= stored.chars[i] ^ static_cast<unsigned>(text[i]);
+    }
+    return differ == 0;
+}
+
 int KeyArena::Compare(Ref a, Ref b) const {
     const Stored other = Read(b);
     return CompareStored(Read(a), other, other.length);

@@ -22,6 +22,8 @@ class KeyArena {
     // Keys are ordered by length, then by their characters as unsigned values. Equal is 0.
     int Compare(Ref key, std::u16string_view text) const;
     int Compare(Ref a, Ref b) const;
+    // Compare(key, text) == 0, without the order: the look-ups need only this, on every hit.
+    bool Equals(Ref key, std::u16string_view text) const;
 
     void Clear() { bytes_.clear(); }
     void Reserve(std::size_t bytes) { bytes_.reserve(bytes); }

@@ -88,51 +88,56 @@ std::optional<StringSetTypeStruct> PortToPathsMapTypeStruct::Find(std::uint16_t 
 
 std::optional<PortToPathsMapTypeStruct> HostToInfoMapTypeStruct::Find(std::u16string_view hostKey,
                                                                       std::uint32_t hash) const {
-    const SchemeToInfoMapType::RecordId host = index_->FindRecord(scheme_, hostKey, hash);
-    if (host == SchemeToInfoMapType::kNone) {
+    const SchemeToInfoMapType::Record* const host = index_->FindRecord(scheme_, hostKey, hash);
+    if (host == nullptr) {
         return std::nullopt;
     }
-    const IndexPort* const ports = index_->ports_.data();
-    const auto& records = index_->records_;
-    return PortToPathsMapTypeStruct(*index_, ports + records[host].firstPort,
-                                    ports + records[host + 1].firstPort);
+    const IndexPort* const ports = index_->ports_.data() + host->first;
+    return PortToPathsMapTypeStruct(*index_, ports, ports + host->portCount);
 }
 
 std::optional<HostToInfoMapTypeStruct> SchemeToInfoMapType::Find(
     std::u16string_view schemeKey) const {
-    const RecordId scheme = FindRecord(kNone, schemeKey, HashUnder(KeyHashOf(schemeKey), kNone));
-    if (scheme == kNone) {
+    const Record* const scheme =
+        FindRecord(kNone, schemeKey, HashUnder(KeyHashOf(schemeKey), kNone));
+    if (scheme == nullptr) {
         return std::nullopt;
     }
-    return HostToInfoMapTypeStruct(*this, scheme);
+    return HostToInfoMapTypeStruct(*this, scheme->first);
 }
 
-SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindRecord(RecordId parent,
-                                                              std::u16string_view key,
-                                                              std::uint32_t hash) const {
+const SchemeToInfoMapType::Record* SchemeToInfoMapType::FindRecord(RecordId parent,
+                                                                   std::u16string_view key,
+                                                                   std::uint32_t hash) const {
     if (slots_.empty()) {
-        return kNone;
+        return nullptr;
     }
+    const std::uint8_t tag = TagOf(hash);
     for (std::size_t i = SlotOf(hash);; i = i + 1 == slots_.size() ? 0 : i + 1) {
-        const Slot& slot = slots_[i];
-        if (slot.record == kNone) {
-            return kNone;
+        if (tags_[i] == 0) {
+            return nullptr;
         }
-        if (slot.hash == hash) {
-            const Record& record = records_[slot.record];
-            if (record.parent == parent && keys_.Compare(record.key, key) == 0) {
-                return slot.record;
-            }
+        if (tags_[i] != tag) {
+            continue;
+        }
+        const Record& record = slots_[i];
+        if (record.parent == parent && keys_.Equals(record.key, key)) {
+            return &record;
         }
     }
 }
 
-void SchemeToInfoMapType::Place(const Slot& slot) {
-    std::size_t i = SlotOf(slot.hash);
-    while (slots_[i].record != kNone) {
+void SchemeToInfoMapType::Place(const Record& record, std::uint32_t hash) {
+    std::size_t i = SlotOf(hash);
+    while (tags_[i] != 0) {
         i = i + 1 == slots_.size() ? 0 : i + 1;
     }
-    slots_[i] = slot;
+    slots_[i] = record;
+    tags_[i] = TagOf(hash);
+}
+
+void SchemeToInfoMapType::PlaceScheme(RecordId number) {
+    Place({schemes_[number].key, kNone, number, 0}, schemes_[number].hash);
 }
 
 void SchemeToInfoMapType::Reserve(std::size_t entries, std::size_t keyChars) {
@@ -142,28 +147,26 @@ void SchemeToInfoMapType::Reserve(std::size_t entries, std::size_t keyChars) {
 }
 
 void SchemeToInfoMapType::Rehash(std::size_t slots) {
-    std::vector<Slot> old(slots);
-    old.swap(slots_);
-    for (const Slot& slot : old) {
-        if (slot.record != kNone) {
-            Place(slot);
-        }
+    slots_.assign(slots, Record{});
+    tags_.assign(slots, 0);
+    for (std::size_t number = 0; number < schemes_.size(); ++number) {
+        PlaceScheme(static_cast<RecordId>(number));
     }
 }
 
 SchemeToInfoMapType::RecordId SchemeToInfoMapType::FindOrAddScheme(std::u16string_view schemeKey) {
     const std::uint32_t hash = HashUnder(KeyHashOf(schemeKey), kNone);
-    if (const RecordId found = FindRecord(kNone, schemeKey, hash); found != kNone) {
-        return found;
+    if (const Record* const found = FindRecord(kNone, schemeKey, hash); found != nullptr) {
+        return found->first;
     }
-    if (2 * (records_.size() + 1) > slots_.size()) {
+    const auto number = static_cast<RecordId>(schemes_.size());
+    schemes_.push_back({keys_.Add(schemeKey), hash});
+    if (2 * schemes_.size() > slots_.size()) {
         Rehash(std::max<std::size_t>(32, 2 * slots_.size()));
+    } else {
+        PlaceScheme(number);
     }
-    const auto record = static_cast<RecordId>(records_.size());
-    records_.push_back({keys_.Add(schemeKey), kNone, 0});
-    Place({hash, record});
-    ++schemeCount_;
-    return record;
+    return number;
 }
 
 void SchemeToInfoMapType::AddPath(RecordId scheme, std::u16string_view hostKey, std::uint16_t port,
@@ -234,24 +237,21 @@ void SchemeToInfoMapType::Seal() {
     }
 
     // Hosts come in the order of their slots, so the table too is filled front to back.
-    Rehash(2 * (records_.size() + listings_.size()));
-    records_.reserve(records_.size() + listings_.size() + 1);
+    Rehash(2 * (schemes_.size() + listings_.size()));
     ports_.reserve(listings_.size() + 1);
     paths_.reserve(listings_.size());
     for (auto host = listings_.cbegin(); host != listings_.cend();) {
         const auto end = std::find_if(host + 1, listings_.cend(), [this, host](const Listing& l) {
             return !SameHost(*host, l);
         });
-        const auto record = static_cast<RecordId>(records_.size());
-        records_.push_back({host->host, host->scheme, static_cast<std::uint32_t>(ports_.size())});
-        Place({host->hash, record});
+        const auto first = static_cast<std::uint32_t>(ports_.size());
         SealPortsOf(host, end);
+        Place({host->host, host->scheme, first, static_cast<std::uint32_t>(ports_.size()) - first},
+              host->hash);
         host = end;
     }
     listings_ = {};
-    records_.push_back({0, kNone, static_cast<std::uint32_t>(ports_.size())});
     ports_.push_back({0, static_cast<std::uint32_t>(paths_.size())});
-    records_.shrink_to_fit();
     ports_.shrink_to_fit();
     paths_.shrink_to_fit();
     keys_.ShrinkToFit();

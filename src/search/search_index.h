@@ -74,9 +74,6 @@ class HostToInfoMapTypeStruct {
   public:
     // Where a host key, whose KeyHashOf is given, is looked for under this scheme.
     inline std::uint32_t HashOf(std::uint64_t keyHash) const;
-    // Starts bringing in what Find(…, hash) reads first, so that the look-ups of several
-    // candidates wait for memory together rather than one after another.
-    inline void Prefetch(std::uint32_t hash) const;
     // The ports of a host key, whose HashOf is given.
     std::optional<PortToPathsMapTypeStruct> Find(std::u16string_view hostKey,
                                                  std::uint32_t hash) const;
@@ -91,19 +88,21 @@ class HostToInfoMapTypeStruct {
 };
 
 // One index: scheme keys, the host keys under each, the ports of each host and the path keys of
-// each port, in a few flat arrays. One open-addressing table finds scheme keys and, under a
-// scheme, host keys; a record holds its key and the start of its run of ports, which ends where
-// the next record's begins, and a port the start of its run of path keys in the same way. An
+// each port, in a few flat arrays. One open-addressing table of records finds scheme keys and,
+// under a scheme, host keys; a host's record holds its key and its run of ports, so that a hit
+// reads its tag, its record, its key and its ports, and a port holds the start of its run of
+// path keys, which ends where the next port's begins. An
 // index is built once (Reserve, the Add functions, then Seal) and then only read. Host keys are
 // only listed while adding; Seal sorts the listings by hash and then fills the table, the records
 // and the runs in order, so that building touches memory in order however large the index is.
 class SchemeToInfoMapType {
   public:
+    // A scheme key's number, in the order the keys were added.
     using RecordId = std::uint32_t;
 
     // An index is empty when it has no scheme key; a scheme key may hold no host.
-    bool empty() const { return schemeCount_ == 0; }
-    std::size_t size() const { return schemeCount_; }
+    bool empty() const { return schemes_.empty(); }
+    std::size_t size() const { return schemes_.size(); }
     std::optional<HostToInfoMapTypeStruct> Find(std::u16string_view schemeKey) const;
 
     // Empties the index and gives its memory back.
@@ -125,15 +124,17 @@ class SchemeToInfoMapType {
 
     static constexpr std::uint32_t kNone = UINT32_MAX;
 
-    // A scheme key (parent kNone) or a host key under the scheme record that is its parent.
+    // A scheme key (parent kNone; first is its number) or a host key under the scheme numbered
+    // parent (its ports are the run of portCount from first).
     struct Record {
         KeyArena::Ref key;
         RecordId parent;
-        std::uint32_t firstPort;  // set by Seal
+        std::uint32_t first;
+        std::uint32_t portCount;
     };
-    struct Slot {
-        std::uint32_t hash = 0;  // the key's hash under its parent: where it goes, and a filter
-        RecordId record = kNone;
+    struct Scheme {
+        KeyArena::Ref key;
+        std::uint32_t hash;
     };
     // What AddPath lists, kept until Seal groups it; path kNone lists every path.
     struct Listing {
@@ -144,6 +145,10 @@ class SchemeToInfoMapType {
         std::uint16_t port;
     };
 
+    // A slot's tag: 0 when it is free, else the top bit and seven low bits of its key's hash.
+    // Tags sit in their own array, a sixteenth the size of the records, so that they mostly stay
+    // in cache and most probes for a key that is not listed end there.
+    static std::uint8_t TagOf(std::uint32_t hash) { return static_cast<std::uint8_t>(0x80 | hash); }
     static std::uint32_t HashUnder(std::uint64_t keyHash, RecordId parent) {
         // One fold and one multiply: the high half of the product depends on every bit of the
         // folded low half, which holds every bit of the key's hash and its parent. The key's hash
@@ -153,36 +158,32 @@ class SchemeToInfoMapType {
         mixed *= 0xFF51AFD7ED558CCDu;
         return static_cast<std::uint32_t>(mixed >> 32);
     }
-    // The record of a key under its parent, or kNone: a plain number comes back in a register,
-    // where an optional would pass through memory.
-    RecordId FindRecord(RecordId parent, std::u16string_view key, std::uint32_t hash) const;
+    // The record of a key under its parent, or null: a pointer comes back in a register, where
+    // an optional would pass through memory.
+    const Record* FindRecord(RecordId parent, std::u16string_view key, std::uint32_t hash) const;
+    // Empties the table into this many slots and puts the scheme records back.
     void Rehash(std::size_t slots);
     std::size_t SlotOf(std::uint32_t hash) const {
         // The hash scaled to the table's size, which need not be a power of two.
         return static_cast<std::size_t>((std::uint64_t{hash} * slots_.size()) >> 32);
     }
-    void Place(const Slot& slot);
+    void Place(const Record& record, std::uint32_t hash);
+    void PlaceScheme(RecordId number);
     bool SameHost(const Listing& a, const Listing& b) const;
     void SealPortsOf(std::vector<Listing>::const_iterator begin,
                      std::vector<Listing>::const_iterator end);
 
     KeyArena keys_;
-    std::vector<Slot> slots_;       // at most half of them in use
-    std::vector<Record> records_;   // once sealed, one more whose firstPort ends the last run
-    std::vector<IndexPort> ports_;  // once sealed, one more whose firstPath ends the last run
+    std::vector<Record> slots_;       // at most half of them in use
+    std::vector<std::uint8_t> tags_;  // the TagOf each slot
+    std::vector<Scheme> schemes_;     // by number
+    std::vector<IndexPort> ports_;    // once sealed, one more whose firstPath ends the last run
     std::vector<KeyArena::Ref> paths_;
     std::vector<Listing> listings_;
-    std::size_t schemeCount_ = 0;
 };
 
 std::uint32_t HostToInfoMapTypeStruct::HashOf(std::uint64_t keyHash) const {
     return SchemeToInfoMapType::HashUnder(keyHash, scheme_);
-}
-
-void HostToInfoMapTypeStruct::Prefetch(std::uint32_t hash) const {
-    if (!index_->slots_.empty()) {
-        __builtin_prefetch(&index_->slots_[index_->SlotOf(hash)]);
-    }
 }
 
 }  // namespace sentrel

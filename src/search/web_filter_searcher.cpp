@@ -1,6 +1,5 @@
 #include "search/web_filter_searcher.h"
 
-#include <array>
 #include <optional>
 #include <string>
 
@@ -146,31 +145,19 @@ bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToIn
     // listed decides alone.
     const std::u16string_view hostKey = HostKey(cracked);
     const HostSuffixHashes hashes(hostKey);
-    // Every candidate's slot is asked of memory before the first is probed: a walk that misses
-    // then waits about as long as one probe.
-    struct Candidate {
-        std::size_t start;
-        std::uint32_t hash;
-    };
-    std::array<Candidate, kHostLimit / 2 + 1> candidates;
-    std::size_t count = 0;
-    WalkHostCandidates(hostKey, [&](std::size_t start) {
-        candidates[count] = {start, hosts->HashOf(hashes.Of(start))};
-        hosts->Prefetch(candidates[count++].hash);
-        return false;
-    });
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::u16string_view candidate = hostKey.substr(candidates[i].start);
-        const std::optional<PortToPathsMapTypeStruct> ports =
-            hosts->Find(candidate, candidates[i].hash);
-        if (ports) {
-            if (trace != nullptr) {
-                trace->hostKey.assign(candidate);
-            }
-            return IsUrlInPortMap(cracked, *ports, trace);
-        }
+    std::optional<PortToPathsMapTypeStruct> ports;
+    std::u16string_view candidate;
+    if (!WalkHostCandidates(hostKey, [&](std::size_t start) {
+            candidate = hostKey.substr(start);
+            ports = hosts->Find(candidate, hosts->HashOf(hashes.Of(start)));
+            return ports.has_value();
+        })) {
+        return Miss(trace, IndexOutcome::HostWalkExhausted);
     }
-    return Miss(trace, IndexOutcome::HostWalkExhausted);
+    if (trace != nullptr) {
+        trace->hostKey.assign(candidate);
+    }
+    return IsUrlInPortMap(cracked, *ports, trace);
 }
 
 bool WebFilterSearcher::IsUrlInPortMap(const CrackedUrl& cracked,

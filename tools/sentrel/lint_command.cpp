@@ -114,7 +114,10 @@ void LintIndexSide(const std::vector<KeyedEntry>& entries, Findings& findings) {
     for (const KeyedEntry& keyed : entries) {
         byHost[{keyed.keys.schemeKey, keyed.keys.hostKey}].push_back(&keyed);
     }
-    for (const auto& [key, group] : byHost) {
+    for (const auto& hostGroup : byHost) {
+        // Named members, not a structured binding: the host walk's lambda captures the key.
+        const auto& key = hostGroup.first;
+        const auto& group = hostGroup.second;
         for (std::size_t i = 0; i < group.size(); ++i) {
             for (std::size_t j = 0; j < group.size(); ++j) {
                 const EntryKeys& broad = group[j]->keys;
