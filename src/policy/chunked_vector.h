@@ -15,42 +15,11 @@ class ChunkedVector {
   public:
     static constexpr std::size_t kChunk = std::bit_floor(std::size_t{65536} / sizeof(T));
 
-    class const_iterator {
-      public:
-        using value_type = T;
-        using difference_type = std::ptrdiff_t;
-
-        const_iterator() = default;
-        const T& operator*() const { return (*vector_)[index_]; }
-        const T* operator->() const { return &(*vector_)[index_]; }
-        const_iterator& operator++() {
-            ++index_;
-            return *this;
-        }
-        const_iterator operator++(int) {
-            const const_iterator before = *this;
-            ++index_;
-            return before;
-        }
-        friend bool operator==(const const_iterator& a, const const_iterator& b) {
-            return a.index_ == b.index_;
-        }
-
-      private:
-        friend class ChunkedVector;
-        const_iterator(const ChunkedVector* vector, std::size_t index)
-            : vector_(vector), index_(index) {}
-        const ChunkedVector* vector_ = nullptr;
-        std::size_t index_ = 0;
-    };
-
     std::size_t size() const { return size_; }
     bool empty() const { return size_ == 0; }
     T& operator[](std::size_t i) { return chunks_[i / kChunk][i % kChunk]; }
     const T& operator[](std::size_t i) const { return chunks_[i / kChunk][i % kChunk]; }
     T& back() { return (*this)[size_ - 1]; }
-    const_iterator begin() const { return {this, 0}; }
-    const_iterator end() const { return {this, size_}; }
 
     void push_back(const T& value) {
         if (size_ / kChunk == chunks_.size()) {

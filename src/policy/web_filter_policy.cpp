@@ -104,12 +104,12 @@ void FilterEntrySequence::MakeRoomForOneMore() {
     std::vector<std::uint32_t> positions(capacity);
     std::vector<std::uint8_t>(capacity).swap(tags_);
     positions_.swap(positions);
-    std::uint32_t position = 0;
-    for (const Record& record : records_) {
-        const std::uint64_t hash = GuidHash{}(record.id);
-        const std::size_t slot = SlotOf(record.id, hash);
+    for (std::size_t position = 0; position < records_.size(); ++position) {
+        const Guid& id = records_[position].id;
+        const std::uint64_t hash = GuidHash{}(id);
+        const std::size_t slot = SlotOf(id, hash);
         tags_[slot] = TagOf(hash);
-        positions_[slot] = position++;
+        positions_[slot] = static_cast<std::uint32_t>(position);
     }
 }
 
@@ -119,8 +119,8 @@ void FilterEntrySequence::DropUnusedText() {
         TextArena packed;
         std::vector<std::uint32_t> places;
         places.reserve(records_.size());
-        for (const Record& record : records_) {
-            const FilterEntryView entry = ViewOf(record);
+        for (std::size_t i = 0; i < records_.size(); ++i) {
+            const FilterEntryView entry = ViewOf(records_[i]);
             places.push_back(packed.Append(entry.name, entry.url));
         }
         for (std::size_t i = 0; i < records_.size(); ++i) {

@@ -59,7 +59,6 @@ class FilterEntrySequence {
         std::uint32_t nameLength;
         std::uint32_t urlLength;
     };
-    using Records = ChunkedVector<Record>;
 
   public:
     class const_iterator {
@@ -71,26 +70,26 @@ class FilterEntrySequence {
         using reference = FilterEntryView;
 
         const_iterator() = default;
-        FilterEntryView operator*() const { return sequence_->ViewOf(*record_); }
+        FilterEntryView operator*() const { return (*sequence_)[index_]; }
         const_iterator& operator++() {
-            ++record_;
+            ++index_;
             return *this;
         }
         const_iterator operator++(int) {
             const const_iterator before = *this;
-            ++record_;
+            ++index_;
             return before;
         }
         friend bool operator==(const const_iterator& a, const const_iterator& b) {
-            return a.record_ == b.record_;
+            return a.index_ == b.index_;
         }
 
       private:
         friend class FilterEntrySequence;
-        const_iterator(const FilterEntrySequence* sequence, Records::const_iterator record)
-            : sequence_(sequence), record_(record) {}
+        const_iterator(const FilterEntrySequence* sequence, std::size_t index)
+            : sequence_(sequence), index_(index) {}
         const FilterEntrySequence* sequence_ = nullptr;
-        Records::const_iterator record_;
+        std::size_t index_ = 0;
     };
 
     void Add(const FilterEntryView& entry);
@@ -101,8 +100,8 @@ class FilterEntrySequence {
     std::size_t size() const { return records_.size(); }
     bool empty() const { return records_.empty(); }
     FilterEntryView operator[](std::size_t index) const { return ViewOf(records_[index]); }
-    const_iterator begin() const { return {this, records_.begin()}; }
-    const_iterator end() const { return {this, records_.end()}; }
+    const_iterator begin() const { return {this, 0}; }
+    const_iterator end() const { return {this, records_.size()}; }
 
   private:
     FilterEntryView ViewOf(const Record& record) const {
@@ -116,7 +115,7 @@ class FilterEntrySequence {
     // Moves the texts into a new arena without those of replaced entries.
     void DropUnusedText();
 
-    Records records_;
+    ChunkedVector<Record> records_;
     TextArena text_;
     // Units of text_ that replaced entries left behind.
     std::size_t unusedText_ = 0;
