@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(cmake g++ clang libclang-rt-14-dev clang-format libgtest-dev googletest libbenchmark-dev
-          mingw-w64 mingw-w64-tools wine wine64 libwine-dev)
+          mingw-w64 mingw-w64-tools wine wine64 libwine-dev libcli11-dev nlohmann-json3-dev)
 
 missing=()
 for p in "${packages[@]}"; do
