@@ -7,7 +7,7 @@
 namespace sentrel::cli {
 namespace {
 
-const ArgumentRules kRules{{"--policy", "--type"}, {"--help", "--utf8"}};
+const ArgumentRules kRules{{"--policy", "--type", "--format"}, {"--help", "--utf8"}, {"--format"}};
 
 ParseResult Parse(std::vector<std::string> args) {
     return ParseArguments(args, kRules);
@@ -24,6 +24,15 @@ TEST(Arguments, TakesValuesInBothFormsFlagsAndPositionalsWithOrWithoutADash) {
     EXPECT_EQ(result.arguments.positionals,
               (std::vector<std::string>{"http://a", "-", "-x", "--help"}));
     EXPECT_EQ(result.arguments.Value("--out"), std::nullopt);
+}
+
+TEST(Arguments, KeepsRepeatableOptionsInOrderAmongPositionals) {
+    const ParseResult result = Parse({"--format", "hosts", "a", "--format=urls", "b", "c"});
+    ASSERT_EQ(result.error, "");
+    EXPECT_EQ(result.arguments.Value("--format"), "urls");
+    EXPECT_EQ(result.arguments.sequence,
+              (std::vector<std::pair<std::string, std::string>>{
+                  {"--format", "hosts"}, {"", "a"}, {"--format", "urls"}, {"", "b"}, {"", "c"}}));
 }
 
 TEST(Arguments, RejectsWhatTheCommandDoesNotTake) {

@@ -17,6 +17,7 @@ ParseResult ParseArguments(std::span<const std::string> args, const ArgumentRule
         const std::string& arg = args[i];
         if (optionsEnded || arg.size() < 2 || arg[0] != '-' || arg[1] != '-') {
             result.arguments.positionals.push_back(arg);
+            result.arguments.sequence.emplace_back(std::string(), arg);
             continue;
         }
         if (arg == "--") {
@@ -46,9 +47,14 @@ ParseResult ParseArguments(std::span<const std::string> args, const ArgumentRule
             result.error = "option " + name + " needs a value";
             return result;
         }
-        if (!result.arguments.values.emplace(name, std::move(value)).second) {
-            result.error = "option " + name + " given twice";
-            return result;
+        result.arguments.sequence.emplace_back(name, value);
+        const auto [stored, added] = result.arguments.values.emplace(name, value);
+        if (!added) {
+            if (!rules.repeatable.contains(name)) {
+                result.error = "option " + name + " given twice";
+                return result;
+            }
+            stored->second = std::move(value);
         }
     }
     return result;
