@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -209,7 +211,7 @@ TEST_F(CliTest, EveryCommandHasHelp) {
 
 TEST_F(CliTest, CrackPrintsOneJsonObjectPerUrl) {
     const Outcome outcome = Sentrel({"crack", " HTTP://User:Pw@Www.A.b:8080/x/\"y\"?q#f ", "a.b/x",
-                                     "mailto:me@h", "http://a/\\\t\n\r\x01x"});
+                                     "mailto:me@h", "http://a/\\\t\n\r\x01x", "http://\xC3\xA9/"});
     EXPECT_EQ(outcome.status, kExitOk);
     EXPECT_EQ(outcome.out,
               "{\"scheme\":\"http\",\"schemeId\":2,\"host\":\"www.a.b\",\"userName\":\"user\","
@@ -218,7 +220,9 @@ TEST_F(CliTest, CrackPrintsOneJsonObjectPerUrl) {
               "{\"scheme\":\"mailto\",\"schemeId\":6,\"host\":\"h\",\"userName\":\"me\","
               "\"password\":\"\",\"path\":\"\",\"tail\":\"\",\"port\":0}\n"
               "{\"scheme\":\"http\",\"schemeId\":2,\"host\":\"a\",\"userName\":\"\","
-              "\"password\":\"\",\"path\":\"/\\\\\\t\\n\\r\\u0001x\",\"tail\":\"\",\"port\":0}\n");
+              "\"password\":\"\",\"path\":\"/\\\\\\t\\n\\r\\u0001x\",\"tail\":\"\",\"port\":0}\n"
+              "{\"scheme\":\"http\",\"schemeId\":2,\"host\":\"\xC3\xA9\",\"userName\":\"\","
+              "\"password\":\"\",\"path\":\"/\",\"tail\":\"\",\"port\":0}\n");
 }
 
 // Each row: the arguments after the policy, and texts the explanation holds.
@@ -266,6 +270,89 @@ TEST_F(CliTest, ExplainShowsTheCrackTheRuleAndTheEntryOrWhyNothingMatched) {
             EXPECT_NE(outcome.out.find(text), std::string::npos) << text << "\n" << outcome.out;
         }
     }
+}
+
+// Each row: the arguments after the command, and fields of the JSON object (by JSON pointer)
+// with their values as JSON.
+TEST_F(CliTest, ExplainJsonHoldsTheFactsOfTheTextForm) {
+    using Fields = std::vector<std::pair<const char*, const char*>>;
+    const std::string white = Example("school-whitelist.xml");
+    const std::vector<std::pair<std::vector<std::string>, Fields>> cases = {
+        {{white, "HTTP://a.learn.example.org/maths/x?q"},
+         {{"/url", R"("HTTP://a.learn.example.org/maths/x?q")"},
+          {"/normalised", R"("http://a.learn.example.org/maths/x?q")"},
+          {"/cracked/tail", R"("?q")"},
+          {"/keys/host", R"("a.learn.example.org")"},
+          {"/keys/path", R"("maths/x")"},
+          {"/crackFailure", "null"},
+          {"/decision", R"("allow")"},
+          {"/step", R"("whiteIndex")"},
+          {"/reason", R"("the white index matches")"},
+          {"/index/outcome", R"("matched")"},
+          {"/index/schemeKey", R"("http")"},
+          {"/index/hostKey", R"("learn.example.org")"},
+          {"/index/port", "0"},
+          {"/index/pathKey", R"("maths")"},
+          {"/entries/0/list", R"("Curriculum")"},
+          {"/entries/0/listId", R"("{3F2504E0-4F89-11D3-9A0C-0305E82C3301}")"},
+          {"/entries/0/entry", R"("Maths exercises")"},
+          {"/entries/0/url", R"("http://learn.example.org/maths/")"}}},
+        {{white, "https://U:P@portal.school.example:8443/a/"},
+         {{"/cracked/schemeId", "3"},
+          {"/cracked/userName", R"("u")"},
+          {"/cracked/password", R"("p")"},
+          {"/cracked/port", "8443"},
+          {"/keys/scheme", R"("http")"},
+          {"/keys/port", "8443"},
+          {"/index/port", "8443"},
+          {"/index/pathKey", "null"}}},
+        {{Example("office-blacklist.xml"), "http://games.example/x"},
+         {{"/decision", R"("deny")"},
+          {"/step", R"("blackIndex")"},
+          {"/entries/0/list", R"("Distractions")"}}},
+        {{white, "learn.example.org"},
+         {{"/cracked", "null"},
+          {"/keys", "null"},
+          {"/step", R"("couldNotCrack")"},
+          {"/crackFailure", "\"it has no scheme (a URL needs one, as in http://host/path)\""},
+          {"/index", "null"},
+          {"/entries", "[]"}}},
+        {{white, "http://learn.example.org/history"},
+         {{"/index/outcome", R"("pathMismatch")"},
+          {"/index/hostKey", R"("learn.example.org")"},
+          {"/index/port", "null"},
+          {"/entries", "[]"}}},
+        {{white, "http:///x"},
+         {{"/keys/host", "null"},
+          {"/keys/path", "null"},
+          {"/index/outcome", R"("noHost")"},
+          {"/index/hostKey", "null"}}},
+        {{white, "ftp://a/"}, {{"/index/outcome", R"("noSchemeEntry")"}}},
+        {{white, "http://a/"}, {{"/index/outcome", R"("hostWalkExhausted")"}}},
+        {{white, "http://portal.school.example:80/"}, {{"/index/outcome", R"("noPortEntry")"}}},
+        {{white, "--type=none", "socks://x"},
+         {{"/decision", R"("allow")"}, {"/step", R"("filterNone")"}, {"/cracked/schemeId", "7"}}},
+        {{white, "--type=all", "news:x"}, {{"/step", R"("blockAll")"}}},
+        {{white, "--type=all", "about:x"}, {{"/step", R"("aboutOrFileScheme")"}}},
+    };
+    for (const auto& [args, fields] : cases) {
+        std::vector<std::string> command = {"explain", "--json", "--policy"};
+        command.insert(command.end(), args.begin(), args.end());
+        const Outcome outcome = Sentrel(command);
+        EXPECT_EQ(outcome.status, kExitOk);
+        ASSERT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1) << outcome.out;
+        const nlohmann::json json = nlohmann::json::parse(outcome.out);
+        for (const auto& [pointer, value] : fields) {
+            EXPECT_EQ(json.value(nlohmann::json::json_pointer(pointer), nlohmann::json("absent")),
+                      nlohmann::json::parse(value))
+                << pointer << "\n"
+                << outcome.out;
+        }
+    }
+    // Without URLs, one object per line of standard input.
+    const Outcome lines = Sentrel({"explain", "--json", "--policy", white}, "http://a/\r\nnews:x");
+    EXPECT_EQ(lines.out.substr(0, 19), R"({"url":"http://a/",)");
+    EXPECT_NE(lines.out.find("\n{\"url\":\"news:x\","), std::string::npos) << lines.out;
 }
 
 TEST_F(CliTest, LintFindsWhatWillNotActAsExpected) {
