@@ -201,7 +201,14 @@ TEST_F(CliTest, WrongArgumentsGiveOneErrorLineAndStatusTwo) {
 }
 
 TEST_F(CliTest, EveryCommandHasHelp) {
-    EXPECT_EQ(Sentrel({"--help"}).status, kExitOk);
+    const Outcome help = Sentrel({"--help"});
+    EXPECT_EQ(help.status, kExitOk);
+    EXPECT_NE(help.out.find("\n  version   print the tool's version\n"), std::string::npos);
+    for (const char* version : {"--version", "version"}) {
+        const Outcome outcome = Sentrel({version});
+        EXPECT_EQ(outcome.status, kExitOk);
+        EXPECT_EQ(outcome.out, "sentrel " SENTREL_VERSION "\n");
+    }
     for (const Command* command : Commands()) {
         const Outcome outcome = Sentrel({std::string(command->name), "--help"});
         EXPECT_EQ(outcome.status, kExitOk);
