@@ -79,16 +79,19 @@ void PrintExplanation(const Explanation& explanation, std::ostream& out) {
     }
     out << "decision    " << (explanation.trace.allowed ? "allow" : "deny") << ": "
         << DecisionReason(explanation) << "\n";
-    if (ByIndex(explanation.trace.step) &&
-        explanation.trace.index.outcome == IndexOutcome::Matched) {
+    if (IndexMatched(explanation.trace)) {
         PrintMatch(explanation, out);
     }
 }
 
-void PrintJson(const LoadedPolicy& loaded, std::string_view url, std::ostream& out) {
+void PrintOne(const LoadedPolicy& loaded, std::string_view url, bool json, std::ostream& out) {
     Explanation explanation;
     Explain(loaded, Utf8ToUtf16(url), explanation);
-    out << ExplanationJson(explanation) << "\n";
+    if (json) {
+        out << ExplanationJson(explanation) << "\n";
+    } else {
+        PrintExplanation(explanation, out);
+    }
 }
 
 int RunExplain(const Arguments& arguments, CommandStreams& streams) {
@@ -100,14 +103,8 @@ int RunExplain(const Arguments& arguments, CommandStreams& streams) {
     if (const std::string error = LoadPolicy(arguments, loaded); !error.empty()) {
         return Fail(streams, "explain", error);
     }
-    if (!json) {
-        Explanation explanation;
-        Explain(loaded, Utf8ToUtf16(arguments.positionals.front()), explanation);
-        PrintExplanation(explanation, streams.out);
-        return kExitOk;
-    }
     for (const std::string& url : arguments.positionals) {
-        PrintJson(loaded, url, streams.out);
+        PrintOne(loaded, url, json, streams.out);
     }
     if (arguments.positionals.empty()) {
         std::string line;
@@ -116,7 +113,7 @@ int RunExplain(const Arguments& arguments, CommandStreams& streams) {
             if (!line.empty() && line.back() == '\r') {
                 line.pop_back();
             }
-            PrintJson(loaded, line, streams.out);
+            PrintOne(loaded, line, json, streams.out);
         }
     }
     return kExitOk;

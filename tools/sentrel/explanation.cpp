@@ -36,7 +36,7 @@ void Explain(const LoadedPolicy& loaded, std::u16string_view url, Explanation& e
     explanation.crackedWell =
         CrackUrl(explanation.normalised, explanation.cracked, &explanation.crackFailure);
     const IndexTrace& index = explanation.trace.index;
-    if (ByIndex(explanation.trace.step) && index.outcome == IndexOutcome::Matched) {
+    if (IndexMatched(explanation.trace)) {
         EntryKeys keys;
         keys.schemeKey = index.schemeKey;
         keys.hasHost = true;

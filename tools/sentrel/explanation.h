@@ -26,8 +26,13 @@ struct Explanation {
     Explanation& operator=(const Explanation&) = delete;
 };
 
+// Whether an index decided, and whether it found an entry; only then is the trace's index filled.
 inline bool ByIndex(DecisionStep step) {
     return step == DecisionStep::WhiteIndex || step == DecisionStep::BlackIndex;
+}
+
+inline bool IndexMatched(const DecisionTrace& trace) {
+    return ByIndex(trace.step) && trace.index.outcome == IndexOutcome::Matched;
 }
 
 void Explain(const LoadedPolicy& loaded, std::u16string_view url, Explanation& explanation);
