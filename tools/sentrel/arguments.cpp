@@ -8,9 +8,9 @@ namespace sentrel::cli {
 
 namespace {
 
-// CLI11 reads "-x" as a short option, but none of our commands has one: "-x" or a lone "-" is a
-// positional (or an option's value). Such arguments, and any that start with the escape itself,
-// reach CLI11 behind an escape that makes them plain words, and lose it again on the way out.
+// CLI11 reads "-x" as a short option, but none of our commands has one: "-x" is a positional (or
+// an option's value), as "-" is. Such arguments, and any that start with the escape itself, reach
+// CLI11 behind an escape that makes them plain words, and lose it again on the way out.
 constexpr char kEscape = '\x01';
 
 std::string Escaped(const std::string& arg) {
