@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "check_urls.h"
@@ -198,7 +201,14 @@ TEST_F(CliTest, WrongArgumentsGiveOneErrorLineAndStatusTwo) {
 }
 
 TEST_F(CliTest, EveryCommandHasHelp) {
-    EXPECT_EQ(Sentrel({"--help"}).status, kExitOk);
+    const Outcome help = Sentrel({"--help"});
+    EXPECT_EQ(help.status, kExitOk);
+    EXPECT_NE(help.out.find("\n  version   print the tool's version\n"), std::string::npos);
+    for (const char* version : {"--version", "version"}) {
+        const Outcome outcome = Sentrel({version});
+        EXPECT_EQ(outcome.status, kExitOk);
+        EXPECT_EQ(outcome.out, "sentrel " SENTREL_VERSION "\n");
+    }
     for (const Command* command : Commands()) {
         const Outcome outcome = Sentrel({std::string(command->name), "--help"});
         EXPECT_EQ(outcome.status, kExitOk);
@@ -209,63 +219,114 @@ TEST_F(CliTest, EveryCommandHasHelp) {
 
 TEST_F(CliTest, CrackPrintsOneJsonObjectPerUrl) {
     const Outcome outcome = Sentrel({"crack", " HTTP://User:Pw@Www.A.b:8080/x/\"y\"?q#f ", "a.b/x",
-                                     "mailto:me@h", "http://a/\\\t\n\r\x01x"});
+                                     "mailto:me@\xC3\xA9", "http://a/\\\t\n\r\x01x"});
     EXPECT_EQ(outcome.status, kExitOk);
     EXPECT_EQ(outcome.out,
               "{\"scheme\":\"http\",\"schemeId\":2,\"host\":\"www.a.b\",\"userName\":\"user\","
               "\"password\":\"pw\",\"path\":\"/x/\\\"y\\\"\",\"tail\":\"?q#f\",\"port\":8080}\n"
               "{\"error\":\"could not crack\"}\n"
-              "{\"scheme\":\"mailto\",\"schemeId\":6,\"host\":\"h\",\"userName\":\"me\","
+              "{\"scheme\":\"mailto\",\"schemeId\":6,\"host\":\"\xC3\xA9\",\"userName\":\"me\","
               "\"password\":\"\",\"path\":\"\",\"tail\":\"\",\"port\":0}\n"
               "{\"scheme\":\"http\",\"schemeId\":2,\"host\":\"a\",\"userName\":\"\","
               "\"password\":\"\",\"path\":\"/\\\\\\t\\n\\r\\u0001x\",\"tail\":\"\",\"port\":0}\n");
 }
 
-// Each row: the arguments after the policy, and texts the explanation holds.
+// Each row: the arguments after --policy, texts the explanation holds, and fields of its JSON
+// form: an object of JSON pointers and the values there.
 TEST_F(CliTest, ExplainShowsTheCrackTheRuleAndTheEntryOrWhyNothingMatched) {
-    const std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> cases = {
-        {{"http://a.learn.example.org/maths/x"},
-         {"decision    allow: the white index matches",
-          "matched     scheme \"http\", host \"learn.example.org\", port 0 (any port), path "
-          "\"maths\"",
-          "list        \"Curriculum\" {3F2504E0-4F89-11D3-9A0C-0305E82C3301}",
-          "entry       \"Maths exercises\" \"http://learn.example.org/maths/\""}},
-        {{"HTTP://U:P@Portal.School.Example:8443/a/"},
-         {"normalised  \"http://u:p@portal.school.example:8443/a/\"", "scheme      \"http\" (Http)",
-          "userName    \"u\"", "password    \"p\"", "path        \"/a/\"",
-          "keys        scheme \"http\", host \"portal.school.example\", port 8443, path \"a\"",
-          "port 8443, every path", "entry       \"School portal (intranet port)\""}},
-        {{"ftp://learn.example.org/"},
-         {"(Ftp)",
-          "deny: the white index does not match: no entry "
-          "for the scheme key \"ftp\""}},
-        {{"http:///x"}, {"keys        scheme \"http\", no host", "the URL has no host"}},
-        {{"gopher://other.example/"}, {"(Gopher)", "no entry for the scheme key \"gopher\""}},
-        {{"http://other.example/"},
-         {"port        0 (none named)\n", "no entry for the host key or any shorter suffix"}},
-        {{"http://other.example:0/"}, {"port        0\n"}},
-        {{"http://other.example:65536/"}, {"port        0\n"}},
-        {{"http://other.example:abc/"}, {"port        0\n"}},
-        {{"http://learn.example.org/history"}, {"none of its paths"}},
-        {{"http://portal.school.example:80/"}, {"neither for the URL's port nor without a port"}},
-        {{"learn.example.org"}, {"could not crack: it has no scheme", "could not be cracked"}},
-        {{"http://a@b@learn.example.org/"}, {"more than one user name part"}},
-        {{"mailto://x"}, {"a mailto URL cannot go on with //"}},
-        {{"http://" + std::string(257, 'h')}, {"its host is longer than 256 characters"}},
-        {{"news:x", "--type=all"}, {"(News)", "the filter type is all, which denies"}},
-        {{"about:x", "--type=all"}, {"(Other)", "about and file URLs are always allowed"}},
-        {{"socks://x", "--type=none"}, {"(Socks)", "the filter type is none"}},
-        {{"https://x", "--type=none"}, {"(Https)"}},
-    };
-    for (const auto& [args, texts] : cases) {
-        std::vector<std::string> command = {"explain", "--policy", Example("school-whitelist.xml")};
+    const std::string white = Example("school-whitelist.xml");
+    const std::vector<std::tuple<std::vector<std::string>, std::vector<std::string>, std::string>>
+        cases = {
+            {{white, "HTTP://a.learn.example.org/maths/x?q"},
+             {"decision    allow: the white index matches",
+              "matched     scheme \"http\", host \"learn.example.org\", port 0 (any port), path "
+              "\"maths\"",
+              "list        \"Curriculum\" {3F2504E0-4F89-11D3-9A0C-0305E82C3301}",
+              "entry       \"Maths exercises\" \"http://learn.example.org/maths/\""},
+             R"({"/url":"HTTP://a.learn.example.org/maths/x?q","/crackFailure":null,)"
+             R"("/normalised":"http://a.learn.example.org/maths/x?q","/decision":"allow",)"
+             R"("/keys":{"scheme":"http","host":"a.learn.example.org","port":0,"path":"maths/x"},)"
+             R"("/step":"whiteIndex","/reason":"the white index matches",)"
+             R"("/index":{"outcome":"matched","schemeKey":"http","hostKey":"learn.example.org",)"
+             R"("port":0,"pathKey":"maths"},"/entries":[{"list":"Curriculum",)"
+             R"("listId":"{3F2504E0-4F89-11D3-9A0C-0305E82C3301}","entry":"Maths exercises",)"
+             R"("url":"http://learn.example.org/maths/"}]})"},
+            {{white, "HTTP://U:P@Portal.School.Example:8443/a/"},
+             {"normalised  \"http://u:p@portal.school.example:8443/a/\"",
+              "scheme      \"http\" (Http)", "userName    \"u\"", "password    \"p\"",
+              "path        \"/a/\"",
+              "keys        scheme \"http\", host \"portal.school.example\", port 8443, path \"a\"",
+              "port 8443, every path", "entry       \"School portal (intranet port)\""},
+             R"({"/cracked/password":"p","/keys/port":8443,"/index/port":8443,)"
+             R"("/index/pathKey":null})"},
+            {{white, "ftp://learn.example.org/"},
+             {"(Ftp)", "deny: the white index does not match: no entry for the scheme key \"ftp\""},
+             R"({"/index/outcome":"noSchemeEntry"})"},
+            {{white, "http:///x"},
+             {"keys        scheme \"http\", no host", "the URL has no host"},
+             R"({"/keys":{"scheme":"http","host":null,"port":null,"path":null},)"
+             R"("/index/outcome":"noHost","/index/hostKey":null})"},
+            {{white, "gopher://other.example/"}, {"(Gopher)", "scheme key \"gopher\""}, "{}"},
+            {{white, "http://other.example/"},
+             {"port        0 (none named)\n", "no entry for the host key or any shorter suffix"},
+             R"({"/index/outcome":"hostWalkExhausted"})"},
+            {{white, "http://other.example:0/"}, {"port        0\n"}, "{}"},
+            {{white, "http://other.example:65536/"}, {"port        0\n"}, "{}"},
+            {{white, "http://other.example:abc/"}, {"port        0\n"}, "{}"},
+            {{white, "http://learn.example.org/history"},
+             {"none of its paths"},
+             R"({"/index":{"outcome":"pathMismatch","schemeKey":"http",)"
+             R"("hostKey":"learn.example.org","port":null,"pathKey":null},"/entries":[]})"},
+            {{white, "http://portal.school.example:80/"},
+             {"neither for the URL's port nor without a port"},
+             R"({"/index/outcome":"noPortEntry"})"},
+            {{white, "learn.example.org"},
+             {"could not crack: it has no scheme", "could not be cracked"},
+             R"({"/cracked":null,"/keys":null,"/step":"couldNotCrack","/index":null,)"
+             R"-("/crackFailure":"it has no scheme (a URL needs one, as in http://host/path)"})-"},
+            {{white, "http://a@b@learn.example.org/"}, {"more than one user name part"}, "{}"},
+            {{white, "mailto://x"}, {"a mailto URL cannot go on with //"}, "{}"},
+            {{white, "http://" + std::string(257, 'h')},
+             {"its host is longer than 256 characters"},
+             "{}"},
+            {{white, "news:x", "--type=all"},
+             {"(News)", "the filter type is all, which denies"},
+             R"({"/step":"blockAll"})"},
+            {{white, "about:x", "--type=all"},
+             {"(Other)", "about and file URLs are always allowed"},
+             R"({"/step":"aboutOrFileScheme"})"},
+            {{white, "socks://x", "--type=none"},
+             {"(Socks)", "the filter type is none"},
+             R"({"/decision":"allow","/step":"filterNone","/cracked/schemeId":7})"},
+            {{white, "https://x", "--type=none"}, {"(Https)"}, "{}"},
+            {{Example("office-blacklist.xml"), "http://games.example/x"},
+             {"deny: the black index matches"},
+             R"({"/decision":"deny","/step":"blackIndex","/entries/0/list":"Distractions"})"},
+        };
+    for (const auto& [args, texts, fields] : cases) {
+        std::vector<std::string> command = {"explain", "--policy"};
         command.insert(command.end(), args.begin(), args.end());
         const Outcome outcome = Sentrel(command);
         EXPECT_EQ(outcome.status, kExitOk);
         for (const std::string& text : texts) {
             EXPECT_NE(outcome.out.find(text), std::string::npos) << text << "\n" << outcome.out;
         }
+        command.push_back("--json");
+        const std::string json = Sentrel(command).out;
+        ASSERT_EQ(std::count(json.begin(), json.end(), '\n'), 1) << json;
+        const nlohmann::json object = nlohmann::json::parse(json);
+        const nlohmann::json expected = nlohmann::json::parse(fields);
+        for (const auto& [pointer, value] : expected.items()) {
+            EXPECT_EQ(object.value(nlohmann::json::json_pointer(pointer), nlohmann::json("absent")),
+                      value)
+                << pointer << "\n"
+                << json;
+        }
     }
+    // Without URLs, one object per line of standard input.
+    const Outcome lines = Sentrel({"explain", "--json", "--policy", white}, "http://a/\r\nnews:x");
+    EXPECT_EQ(lines.out.substr(0, 19), R"({"url":"http://a/",)");
+    EXPECT_NE(lines.out.find("\n{\"url\":\"news:x\","), std::string::npos) << lines.out;
 }
 
 TEST_F(CliTest, LintFindsWhatWillNotActAsExpected) {
