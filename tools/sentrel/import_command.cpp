@@ -62,8 +62,8 @@ class ListReader {
     void ReadLine(ListFormat format, std::u16string_view line, std::uint32_t list) {
         ++summary_.lines;
         ReadListLine(format, line, result_);
-        for (ListEntry& entry : result_.entries) {
-            entries_.Add(list, std::move(entry));
+        for (const ListEntry& entry : result_.entries) {
+            entries_.Add(list, entry);
         }
         for (const auto& reason : result_.skipped) {
             ++summary_.skipped[reason];

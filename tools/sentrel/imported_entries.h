@@ -4,12 +4,11 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "list_lines.h"
+#include "policy/text_arena.h"
 
 namespace sentrel::cli {
 
@@ -21,10 +20,12 @@ namespace sentrel::cli {
 // - a subdomain that keeps entries of its own also carries those of its nearest listed parent,
 //   which it would otherwise hide;
 // - a subdomain whose entries all say what its parent's say is dropped whole.
+// Lists run to millions of lines, so texts lie side by side in an arena and hosts are found
+// through an open-addressing table of their keys' hashes.
 class ImportedEntries {
   public:
-    // Adds an entry that the line of the list (by number) gave.
-    void Add(std::uint32_t list, ListEntry entry);
+    // Adds an entry that a line of the list (by number) gave.
+    void Add(std::uint32_t list, const ListEntry& entry);
 
     struct Counts {
         std::size_t duplicates = 0;  // the same keys again
@@ -40,25 +41,37 @@ class ImportedEntries {
 
   private:
     struct Item {
+        std::uint32_t text;  // the path key, and the name after it
+        std::uint32_t nameLength;
+        std::uint32_t list;
+        std::uint16_t pathLength;
         std::uint16_t port;
         bool copy;  // carried down from a parent
-        std::uint32_t list;
-        std::u16string pathKey;
-        std::u16string name;
     };
     struct Host {
-        std::u16string name;  // as written; the key drops a leading "www."
+        std::uint32_t name;  // the host as written
+        std::uint16_t nameLength;
+        std::uint16_t keyStart;  // past a leading "www."
+        // Once settled, the host whose items answer for this one when it keeps none of its own.
+        const Host* effective = nullptr;
         std::vector<Item> items;
-        const Host* effective = nullptr;  // once settled: whose items answer for it, none: its own
+    };
+    struct Slot {
+        std::uint32_t hash;
+        std::uint32_t host;  // its place in hosts_ plus one; 0 for an empty slot
     };
 
-    static std::u16string_view KeyOf(const Host& host);
+    std::u16string_view KeyOf(const Host& host) const;
+    std::u16string_view PathOf(const Item& item) const;
+    // The slot of the host with the key, or the empty slot where it belongs.
+    Slot& SlotOf(std::u16string_view key, std::uint32_t hash);
     // The host's own and carried items without duplicates or covered ones; whether the host still
     // says anything its parent does not.
     bool Settle(Host& host, Counts& counts);
 
+    TextArena text_;
     std::deque<Host> hosts_;
-    std::unordered_map<std::u16string_view, std::size_t> byKey_;
+    std::vector<Slot> slots_;
 };
 
 }  // namespace sentrel::cli
