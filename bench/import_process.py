@@ -11,7 +11,8 @@ import argparse
 import os
 import random
 import statistics
-import subprocess
+
+from check_process import measure
 
 LINES = 1000000
 
@@ -48,14 +49,6 @@ def make_inputs(folder):
     return paths
 
 
-def measure(command):
-    """Wall seconds and peak resident kilobytes of a command."""
-    result = subprocess.run(["/usr/bin/time", "-f", "%e %M"] + command, stdout=subprocess.DEVNULL,
-                            stderr=subprocess.PIPE, text=True, check=True)
-    seconds, kilobytes = result.stderr.strip().splitlines()[-1].split()
-    return float(seconds), int(kilobytes)
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--tool", action="append", required=True)
@@ -69,7 +62,7 @@ def main():
         for kind, path in paths.items():
             for tool in options.tool:
                 figures[(kind, tool)].append(
-                    measure([tool, "import", "--format", kind, path, "--out", out]))
+                    measure(f"{tool} import --format {kind} {path} --out {out}"))
     for (kind, tool), values in figures.items():
         seconds = statistics.median(v[0] for v in values)
         megabytes = statistics.median(v[1] for v in values) / 1024
