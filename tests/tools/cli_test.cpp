@@ -320,7 +320,7 @@ TEST_F(CliTest, LintFindsWhatWillNotActAsExpected) {
     // A subdomain whose own entries cover its parent's hides nothing.
     for (const std::string& entries :
          {WhiteEntry("http://a.example/"), WhiteEntry("http://a./") + WhiteEntry("http://www./"),
-          WhiteEntry("http://a.example/x") + WhiteEntry("http://c.a.example:81/z") +
+          WhiteEntry("http://a.example/x/y") + WhiteEntry("http://c.a.example:81/z") +
               WhiteEntry("http://c.a.example/x")}) {
         const Outcome clean =
             Sentrel({"lint", "--policy", WriteFile("clean.xml", Document(WhiteList(entries)))});
@@ -441,7 +441,7 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
             {"urlsPathSegmentsAndSchemes",
              {{"urls",
                "News.Example/Sports/\nhttps://shop.example:8080/cart\nftp://f.example/\n"
-               "q.example/x?id=1"}},
+               "q.example/x?id=1\nme@u.example/x"}},
              {{"http://news.example/sports", 'd'},
               {"https://sub.news.example/sports/x", 'd'},
               {"http://news.example/sportsx", 'a'},
@@ -449,7 +449,8 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
               {"http://shop.example:8080/cart/1", 'd'},
               {"http://shop.example/cart", 'a'},
               {"ftp://f.example/", 'a'},
-              {"http://q.example/x", 'a'}}},
+              {"http://q.example/x", 'a'},
+              {"http://u.example/x", 'a'}}},
             {"adblockExpressibleRules",
              {{"adblock",
                "||ads.example^$important\n||cdn.example/banners/^\n||cdn.example/pop\n"
@@ -475,7 +476,7 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
               {"http://g.example/", 'a'},
               {"http://h.example/", 'a'},
               {"http://i.example/", 'a'},
-              {"http://j.example/x", 'a'}}},
+              {"http://j.example/x|", 'a'}}},
             {"urlOnABlockedDomainDropped",
              {{"domains", "a.example"},
               {"urls", "a.example/x\nsub.a.example/y\nA.example.\nx.sub.a.example/w"}},
@@ -516,6 +517,8 @@ TEST_F(CliTest, ImportWritesOneDocumentAndSaysWhatItSkipped) {
         EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}), formatted.out);
     }
     EXPECT_EQ(formatted.out.substr(0, 2), "\xFF\xFE");
+    const std::string utf8 = Sentrel({"format", "--policy", out, "--utf8"}).out;
+    EXPECT_EQ(utf8.find("<WLName>School</WLName>"), utf8.rfind("<WLName>"));  // one list
     EXPECT_EQ(Sentrel({"check", "--policy", out, "http://ads.example/", "http://b.example/"}).out,
               "allow\thttp://ads.example/\ndeny\thttp://b.example/\n");
 

@@ -291,7 +291,7 @@ class LineReader {
     }
 
     // text is host[:port][/path...] of an http URL; when host is given, the cracker must find
-    // exactly that host and no port in it.
+    // exactly that host in it (and so no port after it).
     void Add(std::u16string_view text, std::optional<std::u16string_view> host,
              std::u16string_view source) {
         const std::u16string url = u"http://" + std::u16string(text);
@@ -300,7 +300,7 @@ class LineReader {
         if (!CrackUrl(url, cracked, &why)) {
             return Skip(SkipReason::Uncrackable, why);
         }
-        if (host && (cracked.host != *host || cracked.portNamed)) {
+        if (host && cracked.host != *host) {
             return Skip(SkipReason::NotAHost);
         }
         if (!cracked.userName.empty() || !cracked.password.empty()) {
