@@ -4,6 +4,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -188,6 +190,9 @@ TEST_F(CliTest, WrongArgumentsGiveOneErrorLineAndStatusTwo) {
         {"lint"},
         {"crack"},
         {"format", "--policy", policy, "--out", (folder_ / "no" / "such" / "dir").string()},
+        {"import", "--format", "bogus", policy},
+        {"import", policy, "--format", "domains"},
+        {"import", "--white", "--black", "--format", "domains", policy},
         {"frobnicate"},
         {},
     };
@@ -373,8 +378,11 @@ TEST_F(CliTest, LintFindsWhatWillNotActAsExpected) {
     }
 
     // A host walk that ends at "a." never reaches the key "" of "www.".
+    // A subdomain whose own entries cover its parent's hides nothing.
     for (const std::string& entries :
-         {WhiteEntry("http://a.example/"), WhiteEntry("http://a./") + WhiteEntry("http://www./")}) {
+         {WhiteEntry("http://a.example/"), WhiteEntry("http://a./") + WhiteEntry("http://www./"),
+          WhiteEntry("http://a.example/x/y") + WhiteEntry("http://c.a.example:81/z") +
+              WhiteEntry("http://c.a.example/x")}) {
         const Outcome clean =
             Sentrel({"lint", "--policy", WriteFile("clean.xml", Document(WhiteList(entries)))});
         EXPECT_EQ(clean.out, "0 problems found\n") << entries;
@@ -404,6 +412,185 @@ TEST_F(CliTest, FormatWritesTheComponentsDocument) {
     EXPECT_EQ(Sentrel({"format", "--policy", policy, "--out", out}).status, kExitOk);
     std::ifstream written(out, std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}), utf16.out);
+}
+
+// A list file of each format whose one line blocks guard.example, so that no import leaves the
+// black index empty, which would allow everything.
+const std::map<std::string, std::string> kGuards = {{"hosts", "0.0.0.0 guard.example"},
+                                                    {"domains", "guard.example"},
+                                                    {"urls", "guard.example/"},
+                                                    {"adblock", "||guard.example^"}};
+
+// Each row: list files (format, lines), then URLs with the answer the lines mean: d for deny,
+// a for allow. Rows that skip their line expect the URL allowed; the document must lint clean.
+struct ImportRow {
+    std::string name;
+    std::vector<std::pair<std::string, std::string>> files;
+    std::vector<std::pair<std::string, char>> urls;
+};
+
+void ExpectImportedAnswers(
+    const std::vector<ImportRow>& rows,
+    const std::function<std::string(const std::string&, const std::string&)>& write) {
+    for (const ImportRow& row : rows) {
+        std::vector<std::string> args = {"import", "--out", write(row.name + ".xml", "")};
+        for (std::size_t i = 0; i < row.files.size(); ++i) {
+            const auto& [format, lines] = row.files[i];
+            args.insert(args.end(),
+                        {"--format", format,
+                         write(row.name + std::to_string(i), lines + "\n" + kGuards.at(format))});
+        }
+        ASSERT_EQ(Sentrel(args).status, kExitOk) << row.name;
+        std::vector<std::string> check = {"check", "--policy", args[2], "http://guard.example/"};
+        std::string expected = "deny\thttp://guard.example/\n";
+        for (const auto& [url, answer] : row.urls) {
+            check.push_back(url);
+            expected += (answer == 'd' ? "deny\t" : "allow\t") + url + "\n";
+        }
+        EXPECT_EQ(Sentrel(check).out, expected) << row.name;
+        EXPECT_EQ(Sentrel({"lint", "--policy", args[2]}).out, "0 problems found\n") << row.name;
+    }
+}
+
+TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
+    const auto write = [this](const std::string& name, const std::string& bytes) {
+        return WriteFile(name, bytes);
+    };
+    const std::string tooLong = std::string(257, 'h') + ".example";
+    ExpectImportedAnswers(
+        {
+            {"hostsNamesCoverSubdomainsHttpsAndCase",
+             {{"hosts", "0.0.0.0 Ads.Example.  x.example # 0.0.0.0 c.example"}},
+             {{"http://ads.example/p", 'd'},
+              {"HTTPS://Sub.Ads.Example:8443/", 'd'},
+              {"http://x.example", 'd'},
+              {"ftp://ads.example/", 'a'},
+              {"http://c.example/", 'a'},
+              {"http://xads.example/", 'a'}}},
+            {"hostsWwwCoversTheDomain",
+             {{"hosts", "1.2.3.4 www.b.example"}},
+             {{"http://b.example/", 'd'},
+              {"http://www.b.example/", 'd'},
+              {"http://1.2.3.4/", 'a'}}},
+            {"hostsMachineNamesSkipped",
+             {{"hosts", "127.0.0.1 localhost ip6-loopback 0.0.0.0 127.0.1.1 ::1 [::]\n::1\n" +
+                            std::string("0.0.0.0 ") + tooLong}},
+             {{"http://localhost/", 'a'},
+              {"http://0.0.0.0/", 'a'},
+              {"http://127.0.1.1/", 'a'},
+              {"http://[::1]/", 'a'},
+              {"http://[::]/", 'a'}}},
+            {"hostsAddressesAndUnderscores",
+             {{"hosts", "0.0.0.0 2001:DB8::1 10.0.0.1 a_b.example"}},
+             {{"http://[2001:db8::1]/x", 'd'},
+              {"http://10.0.0.1/", 'd'},
+              {"http://10.0.0.2/", 'a'},
+              {"http://a_b.example/", 'd'}}},
+            {"domainsPrefixesAndComments",
+             {{"domains",
+               "*.Social.Example\n.video.example # c\n# news.example\nx.example y.example"}},
+             {{"http://social.example/", 'd'},
+              {"http://a.social.example/", 'd'},
+              {"http://video.example/", 'd'},
+              {"http://news.example/", 'a'},
+              {"http://x.example/", 'a'}}},
+            {"domainsNotHostNames",
+             {{"domains", "a@b.example\nc.example/x\nd.example:80\ne\x01.example"}},
+             {{"http://b.example/", 'a'},
+              {"http://c.example/", 'a'},
+              {"http://d.example:80/", 'a'}}},
+            {"urlsPathSegmentsAndSchemes",
+             {{"urls",
+               "News.Example/Sports/\nhttps://shop.example:8080/cart\nftp://f.example/\n"
+               "q.example/x?id=1\nme@u.example/x"}},
+             {{"http://news.example/sports", 'd'},
+              {"https://sub.news.example/sports/x", 'd'},
+              {"http://news.example/sportsx", 'a'},
+              {"http://news.example/", 'a'},
+              {"http://shop.example:8080/cart/1", 'd'},
+              {"http://shop.example/cart", 'a'},
+              {"ftp://f.example/", 'a'},
+              {"http://q.example/x", 'a'},
+              {"http://u.example/x", 'a'}}},
+            {"adblockExpressibleRules",
+             {{"adblock",
+               "||ads.example^$important\n||cdn.example/banners/^\n||cdn.example/pop\n"
+               "||t.example/*"}},
+             {{"http://sub.ads.example/x", 'd'},
+              {"http://cdn.example/banners/1", 'd'},
+              {"http://cdn.example/b", 'a'},
+              {"http://cdn.example/pop/up", 'd'},
+              {"http://cdn.example/popx", 'a'},
+              {"http://t.example/", 'd'}}},
+            {"adblockSkippedKinds",
+             {{"adblock",
+               "[Adblock Plus 2.0]\n! ||a.example^\n@@||guard.example^\n"
+               "b.example##.ad\n/c\\.example/\n||d*.example^\n|http://e.example/\n"
+               "f.example\n||g.example\n||h.example^$third-party\n||i.example^x\n"
+               "||j.example/x|"}},
+             {{"http://a.example/", 'a'},
+              {"http://b.example/", 'a'},
+              {"http://c.example/", 'a'},
+              {"http://dd.example/", 'a'},
+              {"http://e.example/", 'a'},
+              {"http://f.example/", 'a'},
+              {"http://g.example/", 'a'},
+              {"http://h.example/", 'a'},
+              {"http://i.example/", 'a'},
+              {"http://j.example/x|", 'a'}}},
+            {"urlOnABlockedDomainDropped",
+             {{"domains", "a.example"},
+              {"urls", "a.example/x\nsub.a.example/y\nA.example.\nx.sub.a.example/w"}},
+             {{"http://sub.a.example/z", 'd'},
+              {"http://a.example/", 'd'},
+              {"http://x.sub.a.example/z", 'd'}}},
+            {"siblingPathsCarriedToSubdomains",
+             {{"urls",
+               "a.example/x\nsub.a.example/y\nx.sub.a.example/w\nb.example:81\nc.b.example/v"}},
+             {{"http://sub.a.example/x/1", 'd'},
+              {"http://x.sub.a.example/x", 'd'},
+              {"http://x.sub.a.example/y", 'd'},
+              {"http://sub.a.example/z", 'a'},
+              {"http://sub.a.example/w", 'a'},
+              {"http://c.b.example:81/", 'd'},
+              {"http://c.b.example/", 'a'}}},
+        },
+        write);
+}
+
+TEST_F(CliTest, ImportWritesOneDocumentAndSaysWhatItSkipped) {
+    const std::string list = WriteFile(
+        "Allowed.txt", "Ads.Example\nads.example.\n" + std::string(257, 'h') + ".example\n");
+    const std::string out = (folder_ / "out.xml").string();
+    ASSERT_EQ(Sentrel({"import", "--format", "hosts", list, "--out", out}).status, kExitOk);
+    // The second run replaces the first one's file.
+    const Outcome imported = Sentrel({"import", "--white", "--utf16", "--name", "School",
+                                      "--format", "domains", list, list, "--out", out});
+    EXPECT_EQ(imported.status, kExitOk);
+    EXPECT_EQ(imported.err,
+              "sentrel import: 6 lines read, 1 entries written\n"
+              "sentrel import: skipped 2: cannot be cracked: its host is longer than 256 "
+              "characters\n"
+              "sentrel import: 3 entries dropped as duplicates\n");
+    const Outcome formatted = Sentrel({"format", "--policy", out});
+    {
+        std::ifstream written(out, std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}), formatted.out);
+    }
+    EXPECT_EQ(formatted.out.substr(0, 2), "\xFF\xFE");
+    const std::string utf8 = Sentrel({"format", "--policy", out, "--utf8"}).out;
+    EXPECT_EQ(utf8.find("<WLName>School</WLName>"), utf8.rfind("<WLName>"));  // one list
+    EXPECT_EQ(Sentrel({"check", "--policy", out, "http://ads.example/", "http://b.example/"}).out,
+              "allow\thttp://ads.example/\ndeny\thttp://b.example/\n");
+
+    // An unreadable list leaves no output, not even the one a run before wrote.
+    std::filesystem::remove(out);
+    const Outcome failed = Sentrel(
+        {"import", "--format", "domains", list, (folder_ / "missing.txt").string(), "--out", out});
+    EXPECT_EQ(failed.status, kExitUsage);
+    EXPECT_EQ(std::count(failed.err.begin(), failed.err.end(), '\n'), 1);
+    EXPECT_FALSE(std::filesystem::exists(out));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 1);
 }
 
 }  // namespace

@@ -9,12 +9,13 @@ extern const Command kExplainCommand;
 extern const Command kLintCommand;
 extern const Command kCrackCommand;
 extern const Command kFormatCommand;
+extern const Command kImportCommand;
 extern const Command kVersionCommand;
 
 std::span<const Command* const> Commands() {
-    static const std::array<const Command*, 6> commands = {&kCheckCommand,  &kExplainCommand,
-                                                           &kLintCommand,   &kCrackCommand,
-                                                           &kFormatCommand, &kVersionCommand};
+    static const std::array<const Command*, 7> commands = {
+        &kCheckCommand,  &kExplainCommand, &kLintCommand,   &kCrackCommand,
+        &kFormatCommand, &kImportCommand,  &kVersionCommand};
     return commands;
 }
 
