@@ -39,10 +39,12 @@ TEST(Arguments, RejectsWhatTheCommandDoesNotTake) {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"--bogus"}, "unknown option --bogus"},
         {{"a", "--bogus=1", "--", "b"}, "unknown option --bogus"},
-        {{"-x", "--policy="}, "option --policy needs a value"},
+        {{"-x", "--policy"}, "option --policy needs a value"},
+        {{"--policy=", "p.xml"}, "option --policy needs a value"},
         {{"--policy", "a", "--policy", "b"}, "option --policy given twice"},
         {{"--help=yes"}, "option --help takes no value"},
         {{"--utf8=true"}, "option --utf8 takes no value"},
+        {{"--utf8=", "a"}, "option --utf8 takes no value"},
     };
     for (const auto& [args, error] : cases) {
         EXPECT_EQ(Parse(args).error, error);

@@ -57,6 +57,21 @@ ParseResult ParseArguments(std::span<const std::string> args, const ArgumentRule
     positionals->expected(0, CLI::detail::expected_max_vector_size)->allow_extra_args();
 
     ParseResult result;
+    // CLI11 takes "--name=" like "--name", with the next argument as the value: here it is an
+    // option written without its value.
+    for (const std::string& arg : args) {
+        if (arg == "--") {
+            break;
+        }
+        if (arg.starts_with("--") && arg.find('=') == arg.size() - 1) {
+            const std::string name = NameOf(arg);
+            if (rules.valueOptions.contains(name) || rules.flags.contains(name)) {
+                result.error = "option " + name +
+                               (rules.flags.contains(name) ? " takes no value" : " needs a value");
+                return result;
+            }
+        }
+    }
     std::vector<std::string> reversed;  // CLI11 takes the arguments from the back
     std::transform(args.rbegin(), args.rend(), std::back_inserter(reversed), Escaped);
     try {
