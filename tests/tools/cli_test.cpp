@@ -13,6 +13,8 @@
 
 #include "check_urls.h"
 #include "command.h"
+#include "document_output.h"
+#include "policy/utf16le.h"
 #include "utf8.h"
 
 namespace sentrel::cli {
@@ -412,6 +414,44 @@ TEST_F(CliTest, FormatWritesTheComponentsDocument) {
     EXPECT_EQ(Sentrel({"format", "--policy", policy, "--out", out}).status, kExitOk);
     std::ifstream written(out, std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}), utf16.out);
+}
+
+// A document handed over in pieces of any size, even ones that cut a code unit or a surrogate
+// pair, comes out whole once finished, and else leaves no file, not even a temporary one.
+TEST_F(CliTest, DocumentOutputWritesTheWholeDocumentOrNoFile) {
+    std::u16string document = u"\uFEFF<a>\u00E9\U0001F600?x</a>";
+    document[document.find(u'?')] = 0xD800;  // unpaired
+    const std::span<const std::uint8_t> bytes = AsUtf16LeBytes(document);
+    struct Row {
+        std::string name;
+        std::size_t piece;
+        bool utf8;
+        bool finish;
+    };
+    for (const Row& row :
+         {Row{"utf8ByteByByte", 1, true, true}, Row{"utf8ThreeBytes", 3, true, true},
+          Row{"utf16AsItComes", 3, false, true}, Row{"unfinished", 5, true, false}}) {
+        const std::string path = (folder_ / row.name).string();
+        {
+            std::ostringstream unused;
+            std::string error;
+            const auto output = DocumentOutput::Open(path, row.utf8, unused, error);
+            ASSERT_TRUE(output) << error;
+            for (std::size_t at = 0; at < bytes.size(); at += row.piece) {
+                output->Write(bytes.subspan(at, std::min(row.piece, bytes.size() - at)));
+            }
+            if (row.finish) {
+                EXPECT_EQ(output->Finish(), "") << row.name;
+            }
+        }
+        std::ifstream written(path, std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}),
+                  !row.finish ? ""
+                  : row.utf8  ? Utf16ToUtf8(document.substr(1))
+                              : std::string(bytes.begin(), bytes.end()))
+            << row.name;
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 3);
 }
 
 // A list file of each format whose one line blocks guard.example, so that no import leaves the

@@ -4,11 +4,10 @@
 #include <vector>
 
 #include "command.h"
+#include "document_output.h"
 #include "imported_entries.h"
 #include "list_lines.h"
-#include "policy/hresult_error.h"
 #include "policy/utf16le.h"
-#include "policy/web_filter_xml_processor.h"
 #include "policy_file.h"
 #include "utf8.h"
 
@@ -128,17 +127,8 @@ int RunImport(const Arguments& arguments, CommandStreams& streams) {
         policy.AddList(std::move(list));
     }
     lists.clear();
-    std::u16string document;
-    try {
-        document = WebFilterXmlProcessor::SerializePolicy(policy);
-    } catch (const HResultError&) {
-        return Fail(streams, "import", "the document could not be written");
-    }
-    policy = {};
-    const std::string bytes = DocumentBytes(document, !arguments.Has("--utf16"));
-    document = {};
-    if (const std::string error =
-            WriteBytes(arguments.Value("--out").value_or("-"), bytes, streams.out);
+    if (const std::string error = WritePolicyDocument(
+            policy, arguments.Value("--out").value_or("-"), !arguments.Has("--utf16"), streams.out);
         !error.empty()) {
         return Fail(streams, "import", error);
     }
