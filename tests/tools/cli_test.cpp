@@ -554,7 +554,7 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
               {"http://u.example/x", 'a'}}},
             {"adblockExpressibleRules",
              {{"adblock",
-               "||ads.example^$important\n||cdn.example/banners/^\n||cdn.example/pop\n"
+               "||ads.example^$important\n||cdn.example/banners^\n||cdn.example/pop\n"
                "||t.example/*"}},
              {{"http://sub.ads.example/x", 'd'},
               {"http://cdn.example/banners/1", 'd'},
@@ -567,7 +567,7 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
                "[Adblock Plus 2.0]\n! ||a.example^\n@@||guard.example^\n"
                "b.example##.ad\n/c\\.example/\n||d*.example^\n|http://e.example/\n"
                "f.example\n||g.example\n||h.example^$third-party\n||i.example^x\n"
-               "||j.example/x|"}},
+               "||j.example/x|\n||k.example/x/^"}},
              {{"http://a.example/", 'a'},
               {"http://b.example/", 'a'},
               {"http://c.example/", 'a'},
@@ -577,7 +577,8 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
               {"http://g.example/", 'a'},
               {"http://h.example/", 'a'},
               {"http://i.example/", 'a'},
-              {"http://j.example/x|", 'a'}}},
+              {"http://j.example/x|", 'a'},
+              {"http://k.example/x/y", 'a'}}},
             {"urlOnABlockedDomainDropped",
              {{"domains", "a.example"},
               {"urls", "a.example/x\nsub.a.example/y\nA.example.\nx.sub.a.example/w"}},
