@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -419,8 +420,8 @@ TEST_F(CliTest, FormatWritesTheComponentsDocument) {
 // A document handed over in pieces of any size, even ones that cut a code unit or a surrogate
 // pair, comes out whole once finished, and else leaves no file, not even a temporary one.
 TEST_F(CliTest, DocumentOutputWritesTheWholeDocumentOrNoFile) {
-    std::u16string document = u"\uFEFF<a>\u00E9\U0001F600?x</a>";
-    document[document.find(u'?')] = 0xD800;  // unpaired
+    std::u16string document = u"\uFEFF<a>\u00E9\U0001F600?x</a>?";
+    std::replace(document.begin(), document.end(), u'?', char16_t{0xD800});  // unpaired
     const std::span<const std::uint8_t> bytes = AsUtf16LeBytes(document);
     struct Row {
         std::string name;
@@ -497,6 +498,11 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
         return WriteFile(name, bytes);
     };
     const std::string tooLong = std::string(257, 'h') + ".example";
+    // Texts over several arena chunks, the first line's carried to the last line's host.
+    std::string manyUrls = "p.example/x\n";
+    for (int i = 0; i < 3000; ++i) {
+        manyUrls.append("h").append(std::to_string(i)).append(".example/y\n");
+    }
     ExpectImportedAnswers(
         {
             {"hostsNamesCoverSubdomainsHttpsAndCase",
@@ -595,6 +601,11 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
               {"http://sub.a.example/w", 'a'},
               {"http://c.b.example:81/", 'd'},
               {"http://c.b.example/", 'a'}}},
+            {"longListKeepsCarriedTextsToTheEnd",
+             {{"urls", manyUrls + "sub.p.example/z"}},
+             {{"http://sub.p.example/x", 'd'},
+              {"http://h2999.example/y", 'd'},
+              {"http://h0.example/", 'a'}}},
         },
         write);
 }
