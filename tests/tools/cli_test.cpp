@@ -423,36 +423,28 @@ TEST_F(CliTest, DocumentOutputWritesTheWholeDocumentOrNoFile) {
     std::u16string document = u"\uFEFF<a>\u00E9\U0001F600?x</a>?";
     std::replace(document.begin(), document.end(), u'?', char16_t{0xD800});  // unpaired
     const std::span<const std::uint8_t> bytes = AsUtf16LeBytes(document);
-    struct Row {
-        std::string name;
-        std::size_t piece;
-        bool utf8;
-        bool finish;
-    };
-    for (const Row& row :
-         {Row{"utf8ByteByByte", 1, true, true}, Row{"utf8ThreeBytes", 3, true, true},
-          Row{"utf16AsItComes", 3, false, true}, Row{"unfinished", 5, true, false}}) {
-        const std::string path = (folder_ / row.name).string();
-        {
-            std::ostringstream unused;
-            std::string error;
-            const auto output = DocumentOutput::Open(path, row.utf8, unused, error);
-            ASSERT_TRUE(output) << error;
-            for (std::size_t at = 0; at < bytes.size(); at += row.piece) {
-                output->Write(bytes.subspan(at, std::min(row.piece, bytes.size() - at)));
+    for (const auto& [name, piece, utf8, finish] :
+         std::vector<std::tuple<std::string, std::size_t, bool, bool>>{
+             {"utf8ByteByByte", 1, true, true},
+             {"utf16ThreeBytes", 3, false, true},
+             {"unfinished", 5, true, false}}) {
+        const std::string path = (folder_ / name).string();
+        std::ostringstream unused;
+        std::string error;
+        if (auto output = DocumentOutput::Open(path, utf8, unused, error)) {
+            for (std::size_t at = 0; at < bytes.size(); at += piece) {
+                output->Write(bytes.subspan(at, std::min(piece, bytes.size() - at)));
             }
-            if (row.finish) {
-                EXPECT_EQ(output->Finish(), "") << row.name;
-            }
+            EXPECT_EQ(finish ? output->Finish() : "", "") << name;
         }
         std::ifstream written(path, std::ios::binary);
         EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}),
-                  !row.finish ? ""
-                  : row.utf8  ? Utf16ToUtf8(document.substr(1))
-                              : std::string(bytes.begin(), bytes.end()))
-            << row.name;
+                  !finish ? ""
+                  : utf8  ? Utf16ToUtf8(document.substr(1))
+                          : std::string(bytes.begin(), bytes.end()))
+            << name;
     }
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 3);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 2);
 }
 
 // A list file of each format whose one line blocks guard.example, so that no import leaves the
@@ -498,8 +490,7 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
         return WriteFile(name, bytes);
     };
     const std::string tooLong = std::string(257, 'h') + ".example";
-    // Texts over several arena chunks, the first line's carried to the last line's host.
-    std::string manyUrls = "p.example/x\n";
+    std::string manyUrls = "p.example/x\n";  // texts over several chunks, carried to the end
     for (int i = 0; i < 3000; ++i) {
         manyUrls.append("h").append(std::to_string(i)).append(".example/y\n");
     }
