@@ -58,6 +58,15 @@ std::uint32_t TextArena::Append(std::u16string_view first, std::u16string_view s
 void TextArena::Clear() {
     chunks_.clear();
     size_ = 0;
+    released_ = 0;
+}
+
+void TextArena::ReleaseBefore(std::uint32_t offset) {
+    // The last chunk stays, for appending.
+    const std::size_t end = std::min<std::size_t>(offset >> kChunkBits, chunks_.size() - 1);
+    for (; released_ < end; ++released_) {
+        chunks_[released_] = {};
+    }
 }
 
 void TextArena::ShrinkToFit() {

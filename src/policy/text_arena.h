@@ -34,6 +34,9 @@ class TextArena {
     void Clear();
     // Gives back the room the last chunk kept for growing.
     void ShrinkToFit();
+    // Gives back the chunks before the one that holds offset, but for the last one, so that a
+    // reader that is done with the texts in them does not keep them; they must not be read again.
+    void ReleaseBefore(std::uint32_t offset);
 
   private:
     struct Chunk {
@@ -48,6 +51,7 @@ class TextArena {
 
     std::vector<Chunk> chunks_;
     std::size_t size_ = 0;
+    std::size_t released_ = 0;  // chunks given back
 };
 
 }  // namespace sentrel

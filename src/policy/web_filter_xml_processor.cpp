@@ -185,12 +185,9 @@ void WriteEntries(WebFilterXmlProcessor& processor, const FilterEntrySequence& e
     Require(processor.EndElement());
 }
 
-}  // namespace
-
-std::u16string WebFilterXmlProcessor::SerializePolicy(const WebFilterPolicy& policy) {
-    WebFilterXmlProcessor processor;
-    // Without a writer the first step fails.
-    processor.OpenWriter({});
+// Writes the policy's document through the processor's writer; false at a list whose type is
+// neither white nor black.
+bool WriteDocument(WebFilterXmlProcessor& processor, const WebFilterPolicy& policy) {
     try {
         Require(processor.StartElement(kRootName));
         Require(processor.WriteNumberElement(kVersionName, policy.version));
@@ -198,7 +195,7 @@ std::u16string WebFilterXmlProcessor::SerializePolicy(const WebFilterPolicy& pol
         for (const auto& [id, list] : policy.lists) {
             const ListElementNames* names = NamesOf(list.type);
             if (names == nullptr) {
-                return {};
+                return false;
             }
             Require(processor.StartElement(names->list));
             Require(processor.WriteTextElement(names->id, GuidToText(list.id)));
@@ -212,7 +209,26 @@ std::u16string WebFilterXmlProcessor::SerializePolicy(const WebFilterPolicy& pol
     } catch (const std::bad_alloc&) {
         throw HResultError(kHResultOutOfMemory);
     }
+    return true;
+}
+
+}  // namespace
+
+std::u16string WebFilterXmlProcessor::SerializePolicy(const WebFilterPolicy& policy) {
+    WebFilterXmlProcessor processor;
+    // Without a writer the first step fails.
+    processor.OpenWriter({});
+    if (!WriteDocument(processor, policy)) {
+        return {};
+    }
     return processor.GetText();
+}
+
+bool WebFilterXmlProcessor::WritePolicy(const WebFilterPolicy& policy,
+                                        std::shared_ptr<ByteStream> output) {
+    WebFilterXmlProcessor processor(nullptr, std::move(output));
+    processor.StartWriter();
+    return WriteDocument(processor, policy);
 }
 
 bool WebFilterXmlProcessor::DeserializePolicy(WebFilterPolicy& policy, const std::u16string& text) {
@@ -252,6 +268,10 @@ bool WebFilterXmlProcessor::OpenReader(const std::u16string& path) {
 bool WebFilterXmlProcessor::OpenWriter(const std::u16string& path) {
     writer_.reset();
     storage_->OpenWrite(path);
+    return StartWriter();
+}
+
+bool WebFilterXmlProcessor::StartWriter() {
     if (!storage_->GetStream()) {
         return false;
     }

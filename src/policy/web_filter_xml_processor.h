@@ -24,6 +24,10 @@ class WebFilterXmlProcessor {
     // or url), or E_OUTOFMEMORY when memory runs out while writing. A list whose type is neither
     // white nor black gives the empty text.
     static std::u16string SerializePolicy(const WebFilterPolicy& policy);
+    // The same document written to output piece by piece as UTF-16LE bytes, so that it is never
+    // held whole. Throws as SerializePolicy does; false, with the lists before it written, at a
+    // list whose type is neither white nor black.
+    static bool WritePolicy(const WebFilterPolicy& policy, std::shared_ptr<ByteStream> output);
 
     // Adds the document's lists to policy and takes its version and refresh mode. Reading stops
     // quietly where the text stops being well-formed XML, keeping every list closed before that
@@ -32,8 +36,8 @@ class WebFilterXmlProcessor {
 
     // The policy that reading fills; none for writing.
     explicit WebFilterXmlProcessor(WebFilterPolicy* policy = nullptr);
-    // Reading into policy from a stream of UTF-16LE bytes that the caller opened, which the
-    // storage holds instead of a text staged in memory: a large document is read in pieces.
+    // Over a stream of UTF-16LE bytes that the caller opened, which the storage holds instead of
+    // a text staged in memory: a large document is read into policy, or written, in pieces.
     WebFilterXmlProcessor(WebFilterPolicy* policy, std::shared_ptr<ByteStream> input);
     ~WebFilterXmlProcessor();
     WebFilterXmlProcessor(const WebFilterXmlProcessor&) = delete;
@@ -60,6 +64,8 @@ class WebFilterXmlProcessor {
     void Close();
 
   private:
+    // Writing to the stream the storage holds.
+    bool StartWriter();
     void OnStartElement(std::u16string_view name);
     void OnText(std::u16string_view text);
     // Stores the text of a list's id, its name or its current entry's name or url.

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -13,6 +14,8 @@
 
 #include "check_urls.h"
 #include "command.h"
+#include "document_output.h"
+#include "policy/utf16le.h"
 #include "utf8.h"
 
 namespace sentrel::cli {
@@ -414,6 +417,36 @@ TEST_F(CliTest, FormatWritesTheComponentsDocument) {
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}), utf16.out);
 }
 
+// A document handed over in pieces of any size, even ones that cut a code unit or a surrogate
+// pair, comes out whole once finished, and else leaves no file, not even a temporary one.
+TEST_F(CliTest, DocumentOutputWritesTheWholeDocumentOrNoFile) {
+    std::u16string document = u"\uFEFF<a>\u00E9\U0001F600?x</a>?";
+    std::replace(document.begin(), document.end(), u'?', char16_t{0xD800});  // unpaired
+    const std::span<const std::uint8_t> bytes = AsUtf16LeBytes(document);
+    for (const auto& [name, piece, utf8, finish] :
+         std::vector<std::tuple<std::string, std::size_t, bool, bool>>{
+             {"utf8ByteByByte", 1, true, true},
+             {"utf16ThreeBytes", 3, false, true},
+             {"unfinished", 5, true, false}}) {
+        const std::string path = (folder_ / name).string();
+        std::ostringstream unused;
+        std::string error;
+        if (auto output = DocumentOutput::Open(path, utf8, unused, error)) {
+            for (std::size_t at = 0; at < bytes.size(); at += piece) {
+                output->Write(bytes.subspan(at, std::min(piece, bytes.size() - at)));
+            }
+            EXPECT_EQ(finish ? output->Finish() : "", "") << name;
+        }
+        std::ifstream written(path, std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}),
+                  !finish ? ""
+                  : utf8  ? Utf16ToUtf8(document.substr(1))
+                          : std::string(bytes.begin(), bytes.end()))
+            << name;
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 2);
+}
+
 // A list file of each format whose one line blocks guard.example, so that no import leaves the
 // black index empty, which would allow everything.
 const std::map<std::string, std::string> kGuards = {{"hosts", "0.0.0.0 guard.example"},
@@ -457,6 +490,10 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
         return WriteFile(name, bytes);
     };
     const std::string tooLong = std::string(257, 'h') + ".example";
+    std::string manyUrls = "p.example/x\n";  // texts over several chunks, carried to the end
+    for (int i = 0; i < 3000; ++i) {
+        manyUrls.append("h").append(std::to_string(i)).append(".example/y\n");
+    }
     ExpectImportedAnswers(
         {
             {"hostsNamesCoverSubdomainsHttpsAndCase",
@@ -514,7 +551,7 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
               {"http://u.example/x", 'a'}}},
             {"adblockExpressibleRules",
              {{"adblock",
-               "||ads.example^$important\n||cdn.example/banners/^\n||cdn.example/pop\n"
+               "||ads.example^$important\n||cdn.example/banners^\n||cdn.example/pop\n"
                "||t.example/*"}},
              {{"http://sub.ads.example/x", 'd'},
               {"http://cdn.example/banners/1", 'd'},
@@ -527,7 +564,7 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
                "[Adblock Plus 2.0]\n! ||a.example^\n@@||guard.example^\n"
                "b.example##.ad\n/c\\.example/\n||d*.example^\n|http://e.example/\n"
                "f.example\n||g.example\n||h.example^$third-party\n||i.example^x\n"
-               "||j.example/x|"}},
+               "||j.example/x|\n||k.example/x/^"}},
              {{"http://a.example/", 'a'},
               {"http://b.example/", 'a'},
               {"http://c.example/", 'a'},
@@ -537,7 +574,8 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
               {"http://g.example/", 'a'},
               {"http://h.example/", 'a'},
               {"http://i.example/", 'a'},
-              {"http://j.example/x|", 'a'}}},
+              {"http://j.example/x|", 'a'},
+              {"http://k.example/x/y", 'a'}}},
             {"urlOnABlockedDomainDropped",
              {{"domains", "a.example"},
               {"urls", "a.example/x\nsub.a.example/y\nA.example.\nx.sub.a.example/w"}},
@@ -554,6 +592,11 @@ TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
               {"http://sub.a.example/w", 'a'},
               {"http://c.b.example:81/", 'd'},
               {"http://c.b.example/", 'a'}}},
+            {"longListKeepsCarriedTextsToTheEnd",
+             {{"urls", manyUrls + "sub.p.example/z"}},
+             {{"http://sub.p.example/x", 'd'},
+              {"http://h2999.example/y", 'd'},
+              {"http://h0.example/", 'a'}}},
         },
         write);
 }

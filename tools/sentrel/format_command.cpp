@@ -1,8 +1,7 @@
 #include <ostream>
 
 #include "command.h"
-#include "policy/hresult_error.h"
-#include "policy/web_filter_xml_processor.h"
+#include "document_output.h"
 #include "policy_file.h"
 
 namespace sentrel::cli {
@@ -18,18 +17,10 @@ int RunFormat(const Arguments& arguments, CommandStreams& streams) {
     if (const std::string error = ReadPolicy(*path, policy); !error.empty()) {
         return Fail(streams, "format", error);
     }
-    std::u16string document;
-    try {
-        document = WebFilterXmlProcessor::SerializePolicy(policy);
-    } catch (const HResultError&) {
-        return Fail(streams, "format", "the policy holds text that XML cannot carry");
-    }
-    if (document.empty()) {
-        return Fail(streams, "format", "the policy holds a list of unknown type");
-    }
-    const std::string bytes = DocumentBytes(document, arguments.Has("--utf8"));
     const std::string out = arguments.Value("--out").value_or("-");
-    if (const std::string error = WriteBytes(out, bytes, streams.out); !error.empty()) {
+    if (const std::string error =
+            WritePolicyDocument(policy, out, arguments.Has("--utf8"), streams.out);
+        !error.empty()) {
         return Fail(streams, "format", error);
     }
     return kExitOk;

@@ -4,11 +4,10 @@
 #include <vector>
 
 #include "command.h"
+#include "document_output.h"
 #include "imported_entries.h"
 #include "list_lines.h"
-#include "policy/hresult_error.h"
 #include "policy/utf16le.h"
-#include "policy/web_filter_xml_processor.h"
 #include "policy_file.h"
 #include "utf8.h"
 
@@ -128,17 +127,8 @@ int RunImport(const Arguments& arguments, CommandStreams& streams) {
         policy.AddList(std::move(list));
     }
     lists.clear();
-    std::u16string document;
-    try {
-        document = WebFilterXmlProcessor::SerializePolicy(policy);
-    } catch (const HResultError&) {
-        return Fail(streams, "import", "the document could not be written");
-    }
-    policy = {};
-    const std::string bytes = DocumentBytes(document, !arguments.Has("--utf16"));
-    document = {};
-    if (const std::string error =
-            WriteBytes(arguments.Value("--out").value_or("-"), bytes, streams.out);
+    if (const std::string error = WritePolicyDocument(
+            policy, arguments.Value("--out").value_or("-"), !arguments.Has("--utf16"), streams.out);
         !error.empty()) {
         return Fail(streams, "import", error);
     }
@@ -182,8 +172,9 @@ extern const Command kImportCommand{
     "            $important and $all only. Skipped: comments (!), headers ([...]), exceptions\n"
     "            (@@), cosmetic rules (##, #@#, #?#), regular expressions (/.../), wildcards\n"
     "            (*, but for a trailing one after ^ or /), anchors other than ||, rules\n"
-    "            without ||, ||domain with nothing after it, and every other option\n"
-    "            (third-party, domain=, resource types, match-case, badfilter, ...).\n\n"
+    "            without ||, ||domain with nothing after it, ^ right after / (||a.b/x/^\n"
+    "            matches /x/ but not /x/y), and every other option (third-party,\n"
+    "            domain=, resource types, match-case, badfilter, ...).\n\n"
     "what an entry matches:\n"
     "  Each entry is written as http://HOST[:PORT][/PATH], which the index files under the\n"
     "  scheme key http: it matches http and https URLs, and no URL of any other scheme (ftp,\n"

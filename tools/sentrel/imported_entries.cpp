@@ -165,16 +165,27 @@ ImportedEntries::Counts ImportedEntries::Write(const Writer& write) {
             host.items = {};
         }
     }
-    for (const Host& host : hosts_) {
+    // What has been handed over goes at once, texts included once no host left reads them, so
+    // that the entries and the lists they fill are not held whole side by side.
+    slots_ = {};
+    order = {};
+    std::vector<std::uint32_t> firstRead(hosts_.size() + 1, UINT32_MAX);
+    for (std::size_t i = hosts_.size(); i-- > 0;) {
+        firstRead[i] = std::min(firstRead[i + 1], hosts_[i].name);
+        for (const Item& item : hosts_[i].items) {
+            firstRead[i] = std::min(firstRead[i], item.text);
+        }
+    }
+    for (std::size_t i = 0; !hosts_.empty(); hosts_.pop_front()) {
+        const Host& host = hosts_.front();
         const std::u16string_view name(text_.At(host.name), host.nameLength);
         for (const Item& item : host.items) {
             counts.copied += item.copy;
             write(item.list, {text_.At(item.text) + item.pathLength, item.nameLength},
                   EntryUrl(name, item.port, PathOf(item)));
         }
+        text_.ReleaseBefore(firstRead[++i]);
     }
-    hosts_.clear();
-    slots_.clear();
     text_.Clear();
     return counts;
 }

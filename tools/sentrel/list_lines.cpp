@@ -239,10 +239,15 @@ class LineReader {
         if (end == pattern.npos) {
             return Skip(SkipReason::OpenDomain);
         }
-        // ^ ends the rule, or a path that it then matches by whole segments.
+        // ^ ends the rule, or a path that it then matches by whole segments. After a slash it
+        // asks for the end of the path or a separator, so /x/^ matches /x/ but not /x/y, which
+        // no entry expresses.
         std::u16string_view target = pattern;
         if (target.ends_with(u'^')) {
             target.remove_suffix(1);
+            if (target.ends_with(u'/')) {
+                return Skip(SkipReason::SeparatorAfterSlash);
+            }
         }
         if (target.find(u'^') != target.npos) {
             return Skip(SkipReason::Wildcard);
@@ -384,6 +389,8 @@ std::string DescribeSkip(SkipReason reason, CrackFailure why) {
             return "adblock ||domain without ^ or / (matches longer names too)";
         case SkipReason::NarrowingOption:
             return "adblock option that narrows the rule";
+        case SkipReason::SeparatorAfterSlash:
+            return "adblock ^ right after / (matches the folder only, not what is in it)";
     }
     return {};
 }

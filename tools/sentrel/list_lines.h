@@ -17,31 +17,32 @@ std::optional<ListFormat> ParseListFormat(std::string_view name);
 
 // Why a line, or a name of a hosts line, gives no entry.
 enum class SkipReason : std::uint8_t {
-    Blank,              // blank or comment
-    Header,             // an adblock header such as [Adblock Plus 2.0]
-    NoName,             // a hosts line with an address only
-    LocalName,          // localhost and its kin
-    MachineAddress,     // 0.0.0.0, 127.x.x.x, ::1 and the like
-    NotOneName,         // a domain line with more than one word
-    NotXmlText,         // a character that the document cannot carry
-    NotAHost,           // the cracker reads the name as something else than a host
-    NoHost,             // nothing left of the host
-    Uncrackable,        // CrackUrl fails
-    OtherScheme,        // a URL of a scheme other than http and https
-    QueryOrFragment,    // the index ignores both, so the line cannot be expressed
-    UserInfo,           // the index ignores it, so the line cannot be expressed
-    Exception,          // adblock @@
-    Cosmetic,           // adblock ##, #@#, #?# ...
-    RegularExpression,  // adblock /.../
-    Wildcard,           // adblock * or a ^ inside the rule
-    OtherAnchor,        // adblock | at either end, rather than ||
-    Substring,          // adblock rule without anchor
-    OpenDomain,         // adblock ||domain with nothing after it: longer names match too
-    NarrowingOption,    // adblock $ option that narrows the rule, or that is not known
+    Blank,                // blank or comment
+    Header,               // an adblock header such as [Adblock Plus 2.0]
+    NoName,               // a hosts line with an address only
+    LocalName,            // localhost and its kin
+    MachineAddress,       // 0.0.0.0, 127.x.x.x, ::1 and the like
+    NotOneName,           // a domain line with more than one word
+    NotXmlText,           // a character that the document cannot carry
+    NotAHost,             // the cracker reads the name as something else than a host
+    NoHost,               // nothing left of the host
+    Uncrackable,          // CrackUrl fails
+    OtherScheme,          // a URL of a scheme other than http and https
+    QueryOrFragment,      // the index ignores both, so the line cannot be expressed
+    UserInfo,             // the index ignores it, so the line cannot be expressed
+    Exception,            // adblock @@
+    Cosmetic,             // adblock ##, #@#, #?# ...
+    RegularExpression,    // adblock /.../
+    Wildcard,             // adblock * or a ^ inside the rule
+    OtherAnchor,          // adblock | at either end, rather than ||
+    Substring,            // adblock rule without anchor
+    OpenDomain,           // adblock ||domain with nothing after it: longer names match too
+    NarrowingOption,      // adblock $ option that narrows the rule, or that is not known
+    SeparatorAfterSlash,  // adblock /^ at the end: the folder itself only, not what lies in it
 };
 
 inline constexpr std::size_t kSkipReasons =
-    static_cast<std::size_t>(SkipReason::NarrowingOption) + 1;
+    static_cast<std::size_t>(SkipReason::SeparatorAfterSlash) + 1;
 
 // A skip reason in words; a crack failure adds its own reason.
 std::string DescribeSkip(SkipReason reason, CrackFailure why);
