@@ -88,7 +88,13 @@ void WebFilterSearcher::InsertIntoPortMap(const CrackedUrl& cracked, SchemeToInf
 
 bool WebFilterSearcher::IsUrlAllowed(std::u16string_view url, DecisionTrace* trace) const {
     if (trace != nullptr) {
-        *trace = DecisionTrace{};
+        // Field by field, so that a trace used again keeps the memory of its keys.
+        trace->index.outcome = IndexOutcome::NoSchemeEntry;
+        trace->index.schemeKey.clear();
+        trace->index.hostKey.clear();
+        trace->index.port = 0;
+        trace->index.everyPath = false;
+        trace->index.pathKey.clear();
     }
     const auto answer = [trace](DecisionStep step, bool allowed) {
         if (trace != nullptr) {

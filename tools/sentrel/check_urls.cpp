@@ -1,10 +1,13 @@
 #include "check_urls.h"
 
+#include <algorithm>
+#include <charconv>
 #include <deque>
 #include <future>
 #include <memory>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -16,35 +19,32 @@ namespace sentrel::cli {
 
 namespace {
 
-// Blocks waiting to be decided or written, per thread: enough that no thread waits for the
+// Blocks waiting to be answered or written, per thread: enough that no thread waits for the
 // writer.
 constexpr std::size_t kBlocksPerThread = 2;
 
-// Lines of standard input and their answers.
+// Lines of standard input, their answers and the answerer that gives them.
 struct Block {
+    explicit Block(UrlAnswerer& by) : answerer(by) {}
+    UrlAnswerer& answerer;
     std::string lines;
     std::string answers;
-    bool decided = true;  // false: the answers end before a URL that could not be decided
+    bool answered = true;  // false: the answers end before a URL that had none
 };
 
-// Appends the URL's answer line; false when it could not be decided. The UTF-16 form goes
-// through the caller's buffer, which keeps its memory from one URL to the next.
-bool Answer(std::string_view url, const UrlDecision& decide, std::u16string& wide,
+// Appends the URL's answer; false when it had none. The UTF-16 form goes through the caller's
+// buffer, which keeps its memory from one URL to the next.
+bool Answer(std::string_view line, UrlAnswerer& answerer, std::u16string& wide,
             std::string& answers) {
     wide.clear();
-    AppendUtf8AsUtf16(url, true, wide);
-    const std::optional<bool> allowed = decide(wide);
-    if (!allowed) {
-        return false;
-    }
-    answers.append(*allowed ? "allow\t" : "deny\t").append(url).push_back('\n');
-    return true;
+    AppendUtf8AsUtf16(line, true, wide);
+    return answerer.Answer(line, wide, answers);
 }
 
-void AnswerLines(Block& block, const UrlDecision& decide) {
+void AnswerLines(Block& block) {
     std::u16string wide;
     block.answers.clear();
-    block.decided = true;
+    block.answered = true;
     std::string_view rest = block.lines;
     while (!rest.empty()) {
         const std::size_t end = rest.find('\n');
@@ -54,8 +54,8 @@ void AnswerLines(Block& block, const UrlDecision& decide) {
         if (!line.empty() && line.back() == '\r') {
             line.remove_suffix(1);
         }
-        if (!Answer(line, decide, wide, block.answers)) {
-            block.decided = false;
+        if (!Answer(line, block.answerer, wide, block.answers)) {
+            block.answered = false;
             return;
         }
     }
@@ -66,10 +66,10 @@ void Write(std::ostream& out, const std::string& bytes) {
 }
 
 // Answers the lines of standard input, blocks of them on the threads at once, and writes the
-// answers block by block in input order; false when a URL could not be decided. Before waiting
-// for input it writes every answer it can, so that a client that feeds one URL at a time and
-// waits for its answer is served.
-bool AnswerInput(CommandStreams& streams, unsigned jobs, const UrlDecision& decide) {
+// answers block by block in input order; false when a URL had no answer. Before waiting for
+// input it writes every answer it can, so that a client that feeds one URL at a time and waits
+// for its answer is served.
+bool AnswerInput(CommandStreams& streams, unsigned jobs, const NextAnswerer& next) {
     LineBlocks input(streams.in);
     std::deque<std::pair<std::unique_ptr<Block>, std::future<void>>> pending;
     std::vector<std::unique_ptr<Block>> spare;
@@ -84,7 +84,7 @@ bool AnswerInput(CommandStreams& streams, unsigned jobs, const UrlDecision& deci
             }
             std::unique_ptr<Block> block;
             if (spare.empty()) {
-                block = std::make_unique<Block>();
+                block = std::make_unique<Block>(next());
             } else {
                 block = std::move(spare.back());
                 spare.pop_back();
@@ -92,7 +92,7 @@ bool AnswerInput(CommandStreams& streams, unsigned jobs, const UrlDecision& deci
             more = input.Next(block->lines);
             if (more) {
                 std::future<void> done =
-                    threads.Run([&decide, &answered = *block] { AnswerLines(answered, decide); });
+                    threads.Run([&answered = *block] { AnswerLines(answered); });
                 pending.emplace_back(std::move(block), std::move(done));
             }
             continue;
@@ -103,41 +103,84 @@ bool AnswerInput(CommandStreams& streams, unsigned jobs, const UrlDecision& deci
         auto& [block, done] = pending.front();
         done.get();
         Write(streams.out, block->answers);
-        if (!block->decided || !streams.out) {
-            return block->decided;
+        if (!block->answered || !streams.out) {
+            return block->answered;
         }
         spare.push_back(std::move(block));
         pending.pop_front();
     }
 }
 
+// Answers with a decision alone.
+class DecisionAnswerer final : public UrlAnswerer {
+  public:
+    explicit DecisionAnswerer(const UrlDecision& decide) : decide_(decide) {}
+    bool Answer(std::string_view line, std::u16string_view url, std::string& answers) override {
+        const std::optional<bool> allowed = decide_(url);
+        if (allowed) {
+            AppendCheckAnswer(*allowed, line, answers);
+        }
+        return allowed.has_value();
+    }
+
+  private:
+    const UrlDecision& decide_;
+};
+
 }  // namespace
 
-int CheckUrls(const Arguments& arguments, CommandStreams& streams, unsigned jobs,
-              const UrlDecision& decide) {
-    bool decided = true;
-    if (!arguments.positionals.empty()) {
+std::optional<unsigned> ParseJobs(const Arguments& arguments) {
+    const std::optional<std::string> text = arguments.Value("--jobs");
+    if (!text) {
+        return std::max(1u, std::thread::hardware_concurrency());
+    }
+    unsigned jobs = 0;
+    const char* end = text->data() + text->size();
+    const auto [stop, error] = std::from_chars(text->data(), end, jobs);
+    if (error != std::errc() || stop != end || jobs < 1 || jobs > kMostJobs) {
+        return std::nullopt;
+    }
+    return jobs;
+}
+
+bool AnswerUrls(std::span<const std::string> urls, CommandStreams& streams, unsigned jobs,
+                const NextAnswerer& next) {
+    bool answered = true;
+    if (!urls.empty()) {
+        UrlAnswerer& answerer = next();
         std::u16string wide;
         std::string answers;
-        for (const std::string& url : arguments.positionals) {
-            decided = Answer(url, decide, wide, answers);
-            if (!decided) {
+        for (const std::string& url : urls) {
+            answered = Answer(url, answerer, wide, answers);
+            if (!answered) {
                 break;
             }
         }
         Write(streams.out, answers);
     } else {
-        decided = AnswerInput(streams, jobs, decide);
+        answered = AnswerInput(streams, jobs, next);
     }
     // The answers go out before a failure's line on the error stream.
     streams.out.flush();
-    if (!decided) {
+    return answered;
+}
+
+void AppendCheckAnswer(bool allowed, std::string_view line, std::string& answers) {
+    answers.append(allowed ? "allow\t" : "deny\t").append(line).push_back('\n');
+}
+
+int AnswersWritten(CommandStreams& streams, std::string_view command) {
+    return streams.out ? kExitOk : Fail(streams, command, "cannot write the answers");
+}
+
+int CheckUrls(const Arguments& arguments, CommandStreams& streams, unsigned jobs,
+              const UrlDecision& decide) {
+    std::deque<DecisionAnswerer> answerers;
+    if (!AnswerUrls(arguments.positionals, streams, jobs,
+                    [&]() -> UrlAnswerer& { return answerers.emplace_back(decide); })) {
         return Fail(streams, "check", "the component could not decide a URL");
     }
-    if (!streams.out) {
-        return Fail(streams, "check", "cannot write the answers");
-    }
-    return kExitOk;
+    return AnswersWritten(streams, "check");
 }
 
 }  // namespace sentrel::cli

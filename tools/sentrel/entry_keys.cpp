@@ -3,6 +3,7 @@
 #include "search/cracked_url.h"
 #include "search/url_keys.h"
 #include "text/url_text.h"
+#include "utf8.h"
 
 namespace sentrel::cli {
 
@@ -53,23 +54,69 @@ std::string_view DescribeCrackFailure(CrackFailure why) {
     return "it cannot be cracked";
 }
 
-std::vector<EntrySource> EntriesWithKeys(const WebFilterPolicy& policy, bool white,
-                                         const EntryKeys& keys) {
-    std::vector<EntrySource> sources;
+EntryKeys KeysOfMatch(const IndexTrace& trace) {
+    EntryKeys keys;
+    keys.schemeKey = trace.schemeKey;
+    keys.hasHost = true;
+    keys.hostKey = trace.hostKey;
+    keys.port = trace.port;
+    keys.pathKey = trace.everyPath ? std::u16string() : trace.pathKey;
+    return keys;
+}
+
+IndexEntrySources SourcesOfIndexEntries(const WebFilterPolicy& policy,
+                                        const std::set<IndexEntry>* wanted) {
+    IndexEntrySources sources;
     for (const auto& [id, list] : policy.lists) {
-        if (FeedsWhiteIndex(list) != white) {
-            continue;
-        }
         for (const FilterEntryView& entry : list.mainEntries) {
-            const std::optional<EntryKeys> entryKeys = KeysOfEntry(entry);
-            if (entryKeys && entryKeys->schemeKey == keys.schemeKey &&
-                entryKeys->hasHost == keys.hasHost && entryKeys->hostKey == keys.hostKey &&
-                entryKeys->port == keys.port && entryKeys->pathKey == keys.pathKey) {
-                sources.push_back({&list, entry});
+            std::optional<EntryKeys> keys = KeysOfEntry(entry);
+            if (!keys) {
+                continue;
+            }
+            IndexEntry indexEntry{FeedsWhiteIndex(list), std::move(*keys)};
+            if (wanted == nullptr || wanted->contains(indexEntry)) {
+                sources[std::move(indexEntry)].push_back({&list, entry});
             }
         }
     }
     return sources;
+}
+
+std::vector<EntrySource> EntriesWithKeys(const WebFilterPolicy& policy, bool white,
+                                         const EntryKeys& keys) {
+    const IndexEntry wanted{white, keys};
+    const std::set<IndexEntry> only{wanted};
+    IndexEntrySources sources = SourcesOfIndexEntries(policy, &only);
+    return std::move(sources[wanted]);
+}
+
+std::string NameSources(std::span<const EntrySource> sources) {
+    if (sources.empty()) {
+        return {};
+    }
+    const EntrySource& first = sources.front();
+    std::string text = FeedsWhiteIndex(*first.list) ? "white" : "black";
+    text.append(" list ").append(Quoted(first.list->name));
+    text.append(" entry ").append(Quoted(first.entry.name));
+    text.append(" ").append(Quoted(first.entry.url));
+    if (sources.size() > 1) {
+        text += " and " + std::to_string(sources.size() - 1) + " more";
+    }
+    return text;
+}
+
+std::string KeysAsUrl(const EntryKeys& keys) {
+    std::string text = Utf16ToUtf8(keys.schemeKey);
+    text += ':';
+    if (!keys.hasHost) {
+        return text;
+    }
+    text.append("//").append(Utf16ToUtf8(keys.hostKey));
+    if (keys.port != 0) {
+        text.append(":").append(std::to_string(keys.port));
+    }
+    text += '/';
+    return text.append(Utf16ToUtf8(keys.pathKey));
 }
 
 }  // namespace sentrel::cli
