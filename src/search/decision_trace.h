@@ -22,6 +22,7 @@ struct IndexTrace {
     std::uint16_t port = 0;    // the port entry that matched: the URL's port or 0
     bool everyPath = false;    // that port entry lists no path, so every path matched
     std::u16string pathKey;    // the listed path key that matched
+    std::uint32_t entry = 0;   // the matched entry's number in its index (EntryNumber)
 };
 
 // Which rule of the decision answered.

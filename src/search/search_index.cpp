@@ -86,6 +86,57 @@ std::optional<StringSetTypeStruct> PortToPathsMapTypeStruct::Find(std::uint16_t 
     return StringSetTypeStruct(index_->keys_, paths + at->firstPath, paths + at[1].firstPath);
 }
 
+std::uint32_t PortToPathsMapTypeStruct::EntryNumber(std::uint16_t port,
+                                                    std::u16string_view pathKey) const {
+    const IndexPort* const at =
+        std::lower_bound(begin_, end_, port,
+                         [](const IndexPort& listed, std::uint16_t p) { return listed.port < p; });
+    const auto& index = *index_;
+    if (pathKey.empty()) {
+        return static_cast<std::uint32_t>(at - index.ports_.data());
+    }
+    const KeyArena::Ref* const paths = index.paths_.data();
+    const KeyArena::Ref* const path =
+        std::lower_bound(paths + at->firstPath, paths + at[1].firstPath, pathKey,
+                         [&index](KeyArena::Ref key, std::u16string_view text) {
+                             return index.keys_.Compare(key, text) < 0;
+                         });
+    return static_cast<std::uint32_t>(index.ports_.size() + static_cast<std::size_t>(path - paths));
+}
+
+std::vector<ListedEntry> SchemeToInfoMapType::EntriesOf(
+    std::span<const std::uint32_t> numbers) const {
+    std::vector<ListedEntry> entries(numbers.size());
+    std::vector<std::size_t> ports(numbers.size());
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        ports[i] = numbers[i];
+        if (numbers[i] >= ports_.size()) {
+            // The last port whose run of paths starts at or before the path.
+            const std::uint32_t path = numbers[i] - static_cast<std::uint32_t>(ports_.size());
+            const auto after = std::upper_bound(
+                ports_.begin(), ports_.end(), path,
+                [](std::uint32_t p, const IndexPort& listed) { return p < listed.firstPath; });
+            ports[i] = static_cast<std::size_t>(after - ports_.begin()) - 1;
+            entries[i].pathKey = keys_.Copy(paths_[path]);
+        }
+        entries[i].port = ports_[ports[i]].port;
+    }
+    // Records do not lead back to their hosts: the hosts are found among all records.
+    for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+        const Record& host = slots_[slot];
+        if (tags_[slot] == 0 || host.parent == kNone) {
+            continue;
+        }
+        for (std::size_t i = 0; i < numbers.size(); ++i) {
+            if (host.first <= ports[i] && ports[i] < host.first + host.portCount) {
+                entries[i].hostKey = keys_.Copy(host.key);
+                entries[i].schemeKey = keys_.Copy(schemes_[host.parent].key);
+            }
+        }
+    }
+    return entries;
+}
+
 std::optional<PortToPathsMapTypeStruct> HostToInfoMapTypeStruct::Find(std::u16string_view hostKey,
                                                                       std::uint32_t hash) const {
     const SchemeToInfoMapType::Record* const host = index_->FindRecord(scheme_, hostKey, hash);

@@ -95,6 +95,7 @@ bool WebFilterSearcher::IsUrlAllowed(std::u16string_view url, DecisionTrace* tra
         trace->index.port = 0;
         trace->index.everyPath = false;
         trace->index.pathKey.clear();
+        trace->index.entry = 0;
     }
     const auto answer = [trace](DecisionStep step, bool allowed) {
         if (trace != nullptr) {
@@ -183,6 +184,7 @@ bool WebFilterSearcher::IsUrlInPortMap(const CrackedUrl& cracked,
     if (trace != nullptr) {
         trace->outcome = IndexOutcome::Matched;
         trace->port = matched;
+        trace->entry = ports.EntryNumber(matched, trace->pathKey);
     }
     return true;
 }

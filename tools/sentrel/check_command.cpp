@@ -30,7 +30,8 @@ constexpr std::array<const char*, 1> kFlags{"--summary"};
 // Answers as check does and counts the decisions for --summary.
 class TallyingAnswerer final : public UrlAnswerer {
   public:
-    explicit TallyingAnswerer(const WebFilterSearcher& searcher) : searcher_(searcher) {}
+    explicit TallyingAnswerer(const WebFilterSearcher& searcher)
+        : tally(searcher), searcher_(searcher) {}
     bool Answer(std::string_view line, std::u16string_view url, std::string& answers) override {
         AppendCheckAnswer(searcher_.IsUrlAllowed(url, &trace_), line, answers);
         tally.Count(trace_);
@@ -49,8 +50,8 @@ int CheckWithSummary(const Arguments& arguments, CommandStreams& streams, unsign
     std::deque<TallyingAnswerer> answerers;
     AnswerUrls(arguments.positionals, streams, jobs,
                [&]() -> UrlAnswerer& { return answerers.emplace_back(loaded.searcher); });
-    DecisionTally total;
-    for (const TallyingAnswerer& answerer : answerers) {
+    DecisionTally total(loaded.searcher);
+    for (TallyingAnswerer& answerer : answerers) {
         total.Merge(answerer.tally);
     }
     total.Print(loaded.policy, streams.err);

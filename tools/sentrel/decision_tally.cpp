@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <set>
-#include <string_view>
 #include <utility>
-#include <vector>
 
 #include "entry_keys.h"
 
@@ -14,90 +12,88 @@ namespace {
 
 // How many index entries the summary names.
 constexpr std::size_t kTopEntries = 20;
-
-// An index entry as one text: white or black, the port, the lengths of the scheme and host keys
-// (cracking limits both far below 65536), then the three keys.
-void Pack(bool white, const IndexTrace& trace, std::u16string& key) {
-    key.clear();
-    key += white ? u'w' : u'b';
-    key += static_cast<char16_t>(trace.port);
-    key += static_cast<char16_t>(trace.schemeKey.size());
-    key += static_cast<char16_t>(trace.hostKey.size());
-    key += trace.schemeKey;
-    key += trace.hostKey;
-    if (!trace.everyPath) {
-        key += trace.pathKey;
-    }
-}
-
-IndexEntry Unpack(std::u16string_view key) {
-    IndexEntry entry;
-    entry.white = key[0] == u'w';
-    entry.keys.port = key[1];
-    entry.keys.hasHost = true;
-    std::u16string_view rest = key.substr(4);
-    entry.keys.schemeKey = rest.substr(0, key[2]);
-    rest.remove_prefix(key[2]);
-    entry.keys.hostKey = rest.substr(0, key[3]);
-    entry.keys.pathKey = rest.substr(key[3]);
-    return entry;
-}
+// How many decisions a batch holds.
+constexpr std::size_t kBatch = 1024;
 
 }  // namespace
 
+DecisionTally::DecisionTally(const WebFilterSearcher& searcher)
+    : searcher_(searcher),
+      whiteCount_(searcher.WhiteIndex().EntryCount()),
+      entries_(whiteCount_ + searcher.BlackIndex().EntryCount() + 1) {
+    batch_.reserve(kBatch);
+}
+
 void DecisionTally::Count(const DecisionTrace& trace) {
-    if (trace.step == DecisionStep::CouldNotCrack) {
-        ++notCrackable_;
-    } else if (trace.allowed) {
-        ++allowed_;
-    } else {
-        ++denied_;
+    ++answers_[trace.step == DecisionStep::CouldNotCrack ? 2 : trace.allowed ? 1 : 0];
+    const std::size_t none = entries_.size() - 1;
+    const std::size_t first = trace.step == DecisionStep::WhiteIndex ? 0 : whiteCount_;
+    batch_.push_back(static_cast<std::uint32_t>(
+        trace.index.outcome == IndexOutcome::Matched ? first + trace.index.entry : none));
+    if (batch_.size() == kBatch) {
+        Flush();
     }
-    const bool white = trace.step == DecisionStep::WhiteIndex;
-    if ((white || trace.step == DecisionStep::BlackIndex) &&
-        trace.index.outcome == IndexOutcome::Matched) {
-        Pack(white, trace.index, key_);
-        if (const auto found = decided_.find(key_); found != decided_.end()) {
-            ++found->second;
-        } else {
-            decided_.emplace(key_, 1);
+}
+
+void DecisionTally::Flush() {
+    for (const std::uint32_t entry : batch_) {
+        ++entries_[entry];
+    }
+    batch_.clear();
+}
+
+void DecisionTally::Merge(DecisionTally& other) {
+    other.Flush();
+    for (std::size_t i = 0; i < answers_.size(); ++i) {
+        answers_[i] += other.answers_[i];
+    }
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+        entries_[i] += other.entries_[i];
+    }
+}
+
+void DecisionTally::Print(const WebFilterPolicy& policy, std::ostream& out) {
+    Flush();
+    out << "allowed\t" << answers_[1] << "\n"
+        << "denied\t" << answers_[0] << "\n"
+        << "not crackable\t" << answers_[2] << "\n";
+    // Most often first; ties white before black, then in the order of the entries' numbers.
+    std::vector<std::pair<std::size_t, std::uint32_t>> top;
+    for (std::size_t entry = 0; entry + 1 < entries_.size(); ++entry) {
+        if (entries_[entry] != 0) {
+            top.emplace_back(entries_[entry], static_cast<std::uint32_t>(entry));
         }
     }
-}
-
-void DecisionTally::Merge(const DecisionTally& other) {
-    allowed_ += other.allowed_;
-    denied_ += other.denied_;
-    notCrackable_ += other.notCrackable_;
-    for (const auto& [key, count] : other.decided_) {
-        decided_[key] += count;
-    }
-}
-
-void DecisionTally::Print(const WebFilterPolicy& policy, std::ostream& out) const {
-    out << "allowed\t" << allowed_ << "\n"
-        << "denied\t" << denied_ << "\n"
-        << "not crackable\t" << notCrackable_ << "\n";
-    std::vector<std::pair<std::size_t, IndexEntry>> top;
-    top.reserve(decided_.size());
-    for (const auto& [key, count] : decided_) {
-        top.emplace_back(count, Unpack(key));
-    }
-    // Most often first; ties in the order of the index entries, whatever the map's order.
-    const auto first = [](const auto& a, const auto& b) {
-        return a.first != b.first ? a.first > b.first : a.second < b.second;
-    };
     const auto end = top.begin() + static_cast<std::ptrdiff_t>(std::min(kTopEntries, top.size()));
-    std::partial_sort(top.begin(), end, top.end(), first);
+    std::partial_sort(top.begin(), end, top.end(), [](const auto& a, const auto& b) {
+        return a.first != b.first ? a.first > b.first : a.second < b.second;
+    });
     top.erase(end, top.end());
-    std::set<IndexEntry> wanted;
-    for (const auto& [count, entry] : top) {
-        wanted.insert(entry);
+    std::vector<IndexEntry> entries;
+    for (const bool white : {true, false}) {
+        std::vector<std::uint32_t> numbers;
+        for (const auto& [count, entry] : top) {
+            if ((entry < whiteCount_) == white) {
+                numbers.push_back(white ? entry : entry - static_cast<std::uint32_t>(whiteCount_));
+            }
+        }
+        const SchemeToInfoMapType& index = white ? searcher_.WhiteIndex() : searcher_.BlackIndex();
+        for (ListedEntry& listed : index.EntriesOf(numbers)) {
+            entries.push_back({white,
+                               {std::move(listed.schemeKey), true, std::move(listed.hostKey),
+                                listed.port, std::move(listed.pathKey)}});
+        }
     }
+    const std::set<IndexEntry> wanted(entries.begin(), entries.end());
     const IndexEntrySources sources = SourcesOfIndexEntries(policy, &wanted);
+    // The entries came white ones first, each kind in the order of top.
+    std::size_t white = 0;
+    std::size_t black = static_cast<std::size_t>(std::count_if(
+        top.begin(), top.end(), [this](const auto& t) { return t.second < whiteCount_; }));
     for (const auto& [count, entry] : top) {
-        out << "decided\t" << count << "\t" << KeysAsUrl(entry.keys) << "\t"
-            << NameSources(sources.at(entry)) << "\n";
+        const IndexEntry& named = entries[entry < whiteCount_ ? white++ : black++];
+        out << "decided\t" << count << "\t" << KeysAsUrl(named.keys) << "\t"
+            << NameSources(sources.at(named)) << "\n";
     }
 }
 

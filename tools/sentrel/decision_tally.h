@@ -1,35 +1,44 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <ostream>
-#include <string>
-#include <unordered_map>
+#include <vector>
 
 #include "policy/web_filter_policy.h"
 #include "search/decision_trace.h"
+#include "search/web_filter_searcher.h"
 
 namespace sentrel::cli {
 
-// Counts decisions: allowed, denied and not crackable, which do not overlap (a URL that could
-// not be cracked is denied, and counted as not crackable alone; one that the decision did not
-// need to crack counts by its answer), and how often each index entry decided.
+// Counts the decisions of one searcher: allowed, denied and not crackable, which do not overlap
+// (a URL that could not be cracked is denied, and counted as not crackable alone; one that the
+// decision did not need to crack counts by its answer), and how often each index entry decided.
 class DecisionTally {
   public:
+    explicit DecisionTally(const WebFilterSearcher& searcher);
+
     void Count(const DecisionTrace& trace);
-    void Merge(const DecisionTally& other);
+    void Merge(DecisionTally& other);
 
     // Writes the counts and the index entries that decided most often, with the main entries
-    // behind them, most often first.
-    void Print(const WebFilterPolicy& policy, std::ostream& out) const;
+    // of the policy behind them, most often first.
+    void Print(const WebFilterPolicy& policy, std::ostream& out);
 
   private:
-    std::size_t allowed_ = 0;
-    std::size_t denied_ = 0;
-    std::size_t notCrackable_ = 0;
-    // By the index entry packed into one text: kept as the trace's key copies would cost a
-    // map of several texts per URL.
-    std::unordered_map<std::u16string, std::size_t> decided_;
-    std::u16string key_;  // the packed key of the URL at hand, kept for its memory
+    // Counts the entries of the batch at once.
+    void Flush();
+
+    const WebFilterSearcher& searcher_;
+    std::array<std::size_t, 3> answers_{};  // denied, allowed, not crackable
+    // By the number of the index entry, white ones first and a last one for no entry: counting
+    // then costs one increment, where the entry's keys would cost a look-up by text.
+    std::size_t whiteCount_;
+    std::vector<std::size_t> entries_;
+    // The entries of the last decisions, counted together so that the increments, which land
+    // anywhere in a large table, wait for memory at the same time rather than one by one.
+    std::vector<std::uint32_t> batch_;
 };
 
 }  // namespace sentrel::cli
