@@ -9,10 +9,12 @@ extern const Command kExplainCommand;
 extern const Command kLintCommand;
 extern const Command kCrackCommand;
 extern const Command kFormatCommand;
+extern const Command kDiffCommand;
 
 std::span<const Command* const> Commands() {
-    static const std::array<const Command*, 5> commands = {
-        &kCheckCommand, &kExplainCommand, &kLintCommand, &kCrackCommand, &kFormatCommand};
+    static const std::array<const Command*, 6> commands = {
+        &kCheckCommand, &kExplainCommand, &kLintCommand, &kCrackCommand, &kFormatCommand,
+        &kDiffCommand};
     return commands;
 }
 

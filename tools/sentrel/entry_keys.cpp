@@ -64,21 +64,25 @@ EntryKeys KeysOfMatch(const IndexTrace& trace) {
     return keys;
 }
 
-IndexEntrySources SourcesOfIndexEntries(const WebFilterPolicy& policy,
-                                        const std::set<IndexEntry>* wanted) {
-    IndexEntrySources sources;
+void ForEachIndexEntry(const WebFilterPolicy& policy,
+                       const std::function<void(IndexEntry&&, const EntrySource&)>& visit) {
     for (const auto& [id, list] : policy.lists) {
         for (const FilterEntryView& entry : list.mainEntries) {
-            std::optional<EntryKeys> keys = KeysOfEntry(entry);
-            if (!keys) {
-                continue;
-            }
-            IndexEntry indexEntry{FeedsWhiteIndex(list), std::move(*keys)};
-            if (wanted == nullptr || wanted->contains(indexEntry)) {
-                sources[std::move(indexEntry)].push_back({&list, entry});
+            if (std::optional<EntryKeys> keys = KeysOfEntry(entry)) {
+                visit({FeedsWhiteIndex(list), std::move(*keys)}, {&list, entry});
             }
         }
     }
+}
+
+IndexEntrySources SourcesOfIndexEntries(const WebFilterPolicy& policy,
+                                        const std::set<IndexEntry>* wanted) {
+    IndexEntrySources sources;
+    ForEachIndexEntry(policy, [&](IndexEntry&& entry, const EntrySource& source) {
+        if (wanted == nullptr || wanted->contains(entry)) {
+            sources[std::move(entry)].push_back(source);
+        }
+    });
     return sources;
 }
 

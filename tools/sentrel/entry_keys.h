@@ -2,6 +2,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -53,6 +54,10 @@ struct IndexEntry {
 
 // The keys of the index entry that a decision's index matched.
 EntryKeys KeysOfMatch(const IndexTrace& trace);
+
+// Visits the index entry of each main entry of the policy that can be cracked, with the entry.
+void ForEachIndexEntry(const WebFilterPolicy& policy,
+                       const std::function<void(IndexEntry&&, const EntrySource&)>& visit);
 
 // The index entries of a policy and the main entries behind each, in list and entry order; with
 // wanted, only the wanted index entries.
