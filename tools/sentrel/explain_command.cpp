@@ -80,13 +80,7 @@ void PrintMatch(const LoadedPolicy& loaded, bool white, const IndexTrace& trace,
     out << "matched     scheme " << Quoted(trace.schemeKey) << ", host " << Quoted(trace.hostKey)
         << ", port " << trace.port << (trace.port == 0 ? " (any port)" : "") << ", "
         << (trace.everyPath ? std::string("every path") : "path " + Quoted(trace.pathKey)) << "\n";
-    EntryKeys keys;
-    keys.schemeKey = trace.schemeKey;
-    keys.hasHost = true;
-    keys.hostKey = trace.hostKey;
-    keys.port = trace.port;
-    keys.pathKey = trace.everyPath ? std::u16string() : trace.pathKey;
-    for (const EntrySource& source : EntriesWithKeys(loaded.policy, white, keys)) {
+    for (const EntrySource& source : EntriesWithKeys(loaded.policy, white, KeysOfMatch(trace))) {
         out << "list        " << Quoted(source.list->name) << " "
             << Utf16ToUtf8(GuidToText(source.list->id)) << "\n"
             << "entry       " << Quoted(source.entry.name) << " " << Quoted(source.entry.url)
