@@ -16,6 +16,9 @@ enum class IndexOutcome {
 };
 
 struct IndexTrace {
+    // Set by the caller: false leaves the scheme and host keys out, for a caller that names the
+    // matched entry by its number alone and would only pay for their copies.
+    bool keys = true;
     IndexOutcome outcome = IndexOutcome::NoSchemeEntry;
     std::u16string schemeKey;  // the scheme key looked up
     std::u16string hostKey;    // the host entry that decided, once one was found

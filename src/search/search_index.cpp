@@ -67,41 +67,47 @@ std::uint64_t HostSuffixHashes::Of(std::size_t start) const {
     return FinishKeyHash(blocks_[(key_.size() - start) / 4], key_, start);
 }
 
+const KeyArena::Ref* StringSetTypeStruct::LowerBound(std::u16string_view pathKey) const {
+    return std::lower_bound(begin_, end_, pathKey,
+                            [this](KeyArena::Ref key, std::u16string_view text) {
+                                return keys_->Compare(key, text) < 0;
+                            });
+}
+
 bool StringSetTypeStruct::contains(std::u16string_view pathKey) const {
-    const KeyArena::Ref* const at = std::lower_bound(
-        begin_, end_, pathKey, [this](KeyArena::Ref key, std::u16string_view text) {
-            return keys_->Compare(key, text) < 0;
-        });
+    const KeyArena::Ref* const at = LowerBound(pathKey);
     return at != end_ && keys_->Compare(*at, pathKey) == 0;
 }
 
-std::optional<StringSetTypeStruct> PortToPathsMapTypeStruct::Find(std::uint16_t port) const {
-    const IndexPort* const at =
-        std::lower_bound(begin_, end_, port,
-                         [](const IndexPort& listed, std::uint16_t p) { return listed.port < p; });
-    if (at == end_ || at->port != port) {
-        return std::nullopt;
-    }
+const IndexPort* PortToPathsMapTypeStruct::LowerBound(std::uint16_t port) const {
+    return std::lower_bound(begin_, end_, port, [](const IndexPort& listed, std::uint16_t p) {
+        return listed.port < p;
+    });
+}
+
+StringSetTypeStruct PortToPathsMapTypeStruct::PathsOf(const IndexPort* at) const {
     const KeyArena::Ref* const paths = index_->paths_.data();
     return StringSetTypeStruct(index_->keys_, paths + at->firstPath, paths + at[1].firstPath);
 }
 
+std::optional<StringSetTypeStruct> PortToPathsMapTypeStruct::Find(std::uint16_t port) const {
+    const IndexPort* const at = LowerBound(port);
+    if (at == end_ || at->port != port) {
+        return std::nullopt;
+    }
+    return PathsOf(at);
+}
+
 std::uint32_t PortToPathsMapTypeStruct::EntryNumber(std::uint16_t port,
                                                     std::u16string_view pathKey) const {
-    const IndexPort* const at =
-        std::lower_bound(begin_, end_, port,
-                         [](const IndexPort& listed, std::uint16_t p) { return listed.port < p; });
-    const auto& index = *index_;
+    const IndexPort* const at = LowerBound(port);
+    const std::size_t ports = index_->ports_.size();
     if (pathKey.empty()) {
-        return static_cast<std::uint32_t>(at - index.ports_.data());
+        return static_cast<std::uint32_t>(at - index_->ports_.data());
     }
-    const KeyArena::Ref* const paths = index.paths_.data();
-    const KeyArena::Ref* const path =
-        std::lower_bound(paths + at->firstPath, paths + at[1].firstPath, pathKey,
-                         [&index](KeyArena::Ref key, std::u16string_view text) {
-                             return index.keys_.Compare(key, text) < 0;
-                         });
-    return static_cast<std::uint32_t>(index.ports_.size() + static_cast<std::size_t>(path - paths));
+    const KeyArena::Ref* const path = PathsOf(at).LowerBound(pathKey);
+    return static_cast<std::uint32_t>(ports +
+                                      static_cast<std::size_t>(path - index_->paths_.data()));
 }
 
 std::vector<ListedEntry> SchemeToInfoMapType::EntriesOf(

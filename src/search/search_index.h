@@ -43,6 +43,8 @@ class StringSetTypeStruct {
     friend class PortToPathsMapTypeStruct;
     StringSetTypeStruct(const KeyArena& keys, const KeyArena::Ref* begin, const KeyArena::Ref* end)
         : keys_(&keys), begin_(begin), end_(end) {}
+    // The first key of the set that is not before the path key.
+    const KeyArena::Ref* LowerBound(std::u16string_view pathKey) const;
 
     const KeyArena* keys_;
     const KeyArena::Ref* begin_;
@@ -74,6 +76,9 @@ class PortToPathsMapTypeStruct {
 
   private:
     friend class HostToInfoMapTypeStruct;
+    // The first listed port that is not below the port, and the path keys of a listed port.
+    const IndexPort* LowerBound(std::uint16_t port) const;
+    StringSetTypeStruct PathsOf(const IndexPort* at) const;
     PortToPathsMapTypeStruct(const SchemeToInfoMapType& index, const IndexPort* begin,
                              const IndexPort* end)
         : index_(&index), begin_(begin), end_(end) {}

@@ -138,7 +138,7 @@ bool WebFilterSearcher::IsUrlAllowed(std::u16string_view url, DecisionTrace* tra
 bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToInfoMapType& index,
                                      IndexTrace* trace) {
     const std::u16string_view schemeKey = SchemeKey(cracked);
-    if (trace != nullptr) {
+    if (trace != nullptr && trace->keys) {
         trace->schemeKey.assign(schemeKey);
     }
     const std::optional<HostToInfoMapTypeStruct> hosts = index.Find(schemeKey);
@@ -161,7 +161,7 @@ bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToIn
         })) {
         return Miss(trace, IndexOutcome::HostWalkExhausted);
     }
-    if (trace != nullptr) {
+    if (trace != nullptr && trace->keys) {
         trace->hostKey.assign(candidate);
     }
     return IsUrlInPortMap(cracked, *ports, trace);

@@ -31,7 +31,9 @@ constexpr std::array<const char*, 1> kFlags{"--summary"};
 class TallyingAnswerer final : public UrlAnswerer {
   public:
     explicit TallyingAnswerer(const WebFilterSearcher& searcher)
-        : tally(searcher), searcher_(searcher) {}
+        : tally(searcher), searcher_(searcher) {
+        trace_.index.keys = false;
+    }
     bool Answer(std::string_view line, std::u16string_view url, std::string& answers) override {
         AppendCheckAnswer(searcher_.IsUrlAllowed(url, &trace_), line, answers);
         tally.Count(trace_);
@@ -42,7 +44,7 @@ class TallyingAnswerer final : public UrlAnswerer {
 
   private:
     const WebFilterSearcher& searcher_;
-    DecisionTrace trace_;  // kept for the memory of its keys
+    DecisionTrace trace_;  // kept for the memory of its path key
 };
 
 int CheckWithSummary(const Arguments& arguments, CommandStreams& streams, unsigned jobs,

@@ -1,6 +1,7 @@
 #include "decision_tally.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <set>
 #include <utility>
 
@@ -28,8 +29,11 @@ void DecisionTally::Count(const DecisionTrace& trace) {
     ++answers_[trace.step == DecisionStep::CouldNotCrack ? 2 : trace.allowed ? 1 : 0];
     const std::size_t none = entries_.size() - 1;
     const std::size_t first = trace.step == DecisionStep::WhiteIndex ? 0 : whiteCount_;
-    batch_.push_back(static_cast<std::uint32_t>(
-        trace.index.outcome == IndexOutcome::Matched ? first + trace.index.entry : none));
+    const auto entry = static_cast<std::uint32_t>(
+        trace.index.outcome == IndexOutcome::Matched ? first + trace.index.entry : none);
+    // The count is wanted when the batch is full: by then its memory is at hand.
+    __builtin_prefetch(&entries_[entry], 1);
+    batch_.push_back(entry);
     if (batch_.size() == kBatch) {
         Flush();
     }
@@ -37,7 +41,8 @@ void DecisionTally::Count(const DecisionTrace& trace) {
 
 void DecisionTally::Flush() {
     for (const std::uint32_t entry : batch_) {
-        ++entries_[entry];
+        // A count stops at its largest value rather than start again.
+        entries_[entry] += entries_[entry] != UINT32_MAX ? 1u : 0u;
     }
     batch_.clear();
 }
@@ -48,7 +53,7 @@ void DecisionTally::Merge(DecisionTally& other) {
         answers_[i] += other.answers_[i];
     }
     for (std::size_t i = 0; i < entries_.size(); ++i) {
-        entries_[i] += other.entries_[i];
+        entries_[i] += std::min(other.entries_[i], UINT32_MAX - entries_[i]);
     }
 }
 

@@ -35,7 +35,7 @@ class DecisionTally {
     // By the number of the index entry, white ones first and a last one for no entry: counting
     // then costs one increment, where the entry's keys would cost a look-up by text.
     std::size_t whiteCount_;
-    std::vector<std::size_t> entries_;
+    std::vector<std::uint32_t> entries_;
     // The entries of the last decisions, counted together so that the increments, which land
     // anywhere in a large table, wait for memory at the same time rather than one by one.
     std::vector<std::uint32_t> batch_;

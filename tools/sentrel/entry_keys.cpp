@@ -7,12 +7,9 @@
 
 namespace sentrel::cli {
 
-std::optional<EntryKeys> KeysOfEntry(const FilterEntryView& entry, CrackFailure* why) {
-    const std::u16string normalised = NormalizeUrlText(entry.url);
-    CrackedUrl cracked;
-    if (!CrackUrl(normalised, cracked, why)) {
-        return std::nullopt;
-    }
+namespace {
+
+EntryKeys KeysOf(const CrackedUrl& cracked) {
     EntryKeys keys;
     keys.schemeKey = SchemeKey(cracked);
     keys.hasHost = !cracked.host.empty();
@@ -22,6 +19,31 @@ std::optional<EntryKeys> KeysOfEntry(const FilterEntryView& entry, CrackFailure*
         keys.pathKey = PathKey(cracked);
     }
     return keys;
+}
+
+// Visits each main entry of the policy that can be cracked, cracked.
+template <class Visit>
+void ForEachCrackedEntry(const WebFilterPolicy& policy, Visit&& visit) {
+    for (const auto& [id, list] : policy.lists) {
+        for (const FilterEntryView& entry : list.mainEntries) {
+            const NormalizedUrlText normalised(entry.url);
+            CrackedUrl cracked;
+            if (CrackUrl(normalised.view(), cracked)) {
+                visit(cracked, EntrySource{&list, entry});
+            }
+        }
+    }
+}
+
+}  // namespace
+
+std::optional<EntryKeys> KeysOfEntry(const FilterEntryView& entry, CrackFailure* why) {
+    const NormalizedUrlText normalised(entry.url);
+    CrackedUrl cracked;
+    if (!CrackUrl(normalised.view(), cracked, why)) {
+        return std::nullopt;
+    }
+    return KeysOf(cracked);
 }
 
 std::string_view DescribeCrackFailure(CrackFailure why) {
@@ -66,19 +88,24 @@ EntryKeys KeysOfMatch(const IndexTrace& trace) {
 
 void ForEachIndexEntry(const WebFilterPolicy& policy,
                        const std::function<void(IndexEntry&&, const EntrySource&)>& visit) {
-    for (const auto& [id, list] : policy.lists) {
-        for (const FilterEntryView& entry : list.mainEntries) {
-            if (std::optional<EntryKeys> keys = KeysOfEntry(entry)) {
-                visit({FeedsWhiteIndex(list), std::move(*keys)}, {&list, entry});
-            }
-        }
-    }
+    ForEachCrackedEntry(policy, [&visit](const CrackedUrl& cracked, const EntrySource& source) {
+        visit({FeedsWhiteIndex(*source.list), KeysOf(cracked)}, source);
+    });
 }
 
 IndexEntrySources SourcesOfIndexEntries(const WebFilterPolicy& policy,
                                         const std::set<IndexEntry>* wanted) {
+    // The host keys of the wanted entries let most entries go without copying their keys.
+    std::set<std::u16string, std::less<>> hosts;
+    for (const IndexEntry& entry : wanted != nullptr ? *wanted : std::set<IndexEntry>{}) {
+        hosts.insert(entry.keys.hostKey);
+    }
     IndexEntrySources sources;
-    ForEachIndexEntry(policy, [&](IndexEntry&& entry, const EntrySource& source) {
+    ForEachCrackedEntry(policy, [&](const CrackedUrl& cracked, const EntrySource& source) {
+        if (wanted != nullptr && (cracked.host.empty() || !hosts.contains(HostKey(cracked)))) {
+            return;
+        }
+        IndexEntry entry{FeedsWhiteIndex(*source.list), KeysOf(cracked)};
         if (wanted == nullptr || wanted->contains(entry)) {
             sources[std::move(entry)].push_back(source);
         }
