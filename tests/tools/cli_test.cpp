@@ -483,6 +483,12 @@ TEST_F(CliTest, CheckSummaryCountsTheAnswersAndTheEntriesThatDecided) {
                   "decided\t1000\thttp://a.b/x\twhite list \"W\" entry \"w0\" \"http://a.b/x\"\n")
             << jobs;
     }
+    const Outcome black = Sentrel({"check", "--summary", "--policy",
+                                   WriteFile("b.xml", Lists("", "http://g.h/x", "b")),
+                                   "http://g.h/x/y", "http://i.j"});
+    EXPECT_EQ(black.err,
+              "allowed\t1\ndenied\t1\nnot crackable\t0\ndecided\t1\thttp://g.h/x\tblack list "
+              "\"B\" entry \"b0\" \"http://g.h/x\"\n");
 }
 
 }  // namespace
