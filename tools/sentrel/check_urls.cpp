@@ -5,6 +5,7 @@
 #include <deque>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -23,10 +24,8 @@ namespace {
 // writer.
 constexpr std::size_t kBlocksPerThread = 2;
 
-// Lines of standard input, their answers and the answerer that gives them.
+// Lines of standard input and their answers.
 struct Block {
-    explicit Block(UrlAnswerer& by) : answerer(by) {}
-    UrlAnswerer& answerer;
     std::string lines;
     std::string answers;
     bool answered = true;  // false: the answers end before a URL that had none
@@ -41,7 +40,33 @@ bool Answer(std::string_view line, UrlAnswerer& answerer, std::u16string& wide,
     return answerer.Answer(line, wide, answers);
 }
 
-void AnswerLines(Block& block) {
+// The answerers that no block is using: a block takes one while it is answered, so that there
+// are no more answerers than blocks answered at the same time, one per thread.
+class Answerers {
+  public:
+    explicit Answerers(const NextAnswerer& next) : next_(next) {}
+
+    UrlAnswerer& Take() {
+        const std::scoped_lock lock(mutex_);
+        if (free_.empty()) {
+            return next_();
+        }
+        UrlAnswerer& answerer = *free_.back();
+        free_.pop_back();
+        return answerer;
+    }
+    void Give(UrlAnswerer& answerer) {
+        const std::scoped_lock lock(mutex_);
+        free_.push_back(&answerer);
+    }
+
+  private:
+    const NextAnswerer& next_;
+    std::mutex mutex_;
+    std::vector<UrlAnswerer*> free_;
+};
+
+void AnswerLines(Block& block, UrlAnswerer& answerer) {
     std::u16string wide;
     block.answers.clear();
     block.answered = true;
@@ -54,11 +79,17 @@ void AnswerLines(Block& block) {
         if (!line.empty() && line.back() == '\r') {
             line.remove_suffix(1);
         }
-        if (!Answer(line, block.answerer, wide, block.answers)) {
+        if (!Answer(line, answerer, wide, block.answers)) {
             block.answered = false;
             return;
         }
     }
+}
+
+void AnswerLines(Block& block, Answerers& answerers) {
+    UrlAnswerer& answerer = answerers.Take();
+    AnswerLines(block, answerer);
+    answerers.Give(answerer);
 }
 
 void Write(std::ostream& out, const std::string& bytes) {
@@ -71,6 +102,7 @@ void Write(std::ostream& out, const std::string& bytes) {
 // for its answer is served.
 bool AnswerInput(CommandStreams& streams, unsigned jobs, const NextAnswerer& next) {
     LineBlocks input(streams.in);
+    Answerers answerers(next);
     std::deque<std::pair<std::unique_ptr<Block>, std::future<void>>> pending;
     std::vector<std::unique_ptr<Block>> spare;
     // Declared last, so that its threads are done before the blocks they work on go.
@@ -84,15 +116,15 @@ bool AnswerInput(CommandStreams& streams, unsigned jobs, const NextAnswerer& nex
             }
             std::unique_ptr<Block> block;
             if (spare.empty()) {
-                block = std::make_unique<Block>(next());
+                block = std::make_unique<Block>();
             } else {
                 block = std::move(spare.back());
                 spare.pop_back();
             }
             more = input.Next(block->lines);
             if (more) {
-                std::future<void> done =
-                    threads.Run([&answered = *block] { AnswerLines(answered); });
+                std::future<void> done = threads.Run(
+                    [&answered = *block, &answerers] { AnswerLines(answered, answerers); });
                 pending.emplace_back(std::move(block), std::move(done));
             }
             continue;

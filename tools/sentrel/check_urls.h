@@ -21,9 +21,10 @@ inline constexpr std::string_view kJobsHelp =
     "  --jobs N        decide lines of standard input on N threads at once (default: one\n"
     "                  per core)\n";
 
-// Answers URLs one at a time for AnswerUrls. AnswerUrls asks for one answerer per block of lines
-// it has in flight, and a block is answered on one thread, so an answerer may count what it
-// answers without sharing anything; its owner merges the counts once the answers are done.
+// Answers URLs one at a time for AnswerUrls. AnswerUrls asks for one more answerer whenever a
+// block of lines starts on a thread and none is free, and an answerer works on one block at a
+// time, so it may count what it answers without sharing anything; its owner merges the counts
+// once the answers are done.
 class UrlAnswerer {
   public:
     virtual ~UrlAnswerer() = default;
@@ -32,7 +33,7 @@ class UrlAnswerer {
     virtual bool Answer(std::string_view line, std::u16string_view url, std::string& answers) = 0;
 };
 
-// Gives one more answerer, which stays its caller's.
+// Gives one more answerer, which stays its caller's; called on one thread at a time.
 using NextAnswerer = std::function<UrlAnswerer&()>;
 
 // Answers each URL given, or else each line of the input stream, and writes the answers in input
