@@ -24,6 +24,17 @@ bool IsXmlChar(char32_t ch) {
     return ch <= 0xD7FF || (ch >= 0xE000 && ch <= 0xFFFD) || (ch >= 0x10000 && ch <= 0x10FFFF);
 }
 
+bool IsXmlText(std::u16string_view text) {
+    for (std::size_t i = 0; i < text.size();) {
+        const DecodedCharacter decoded = DecodeUtf16(text.substr(i));
+        if (decoded.units == 0 || !IsXmlChar(decoded.codePoint)) {
+            return false;
+        }
+        i += decoded.units;
+    }
+    return true;
+}
+
 bool IsXmlNameStartChar(char32_t ch) {
     if (ch < 0x80) {
         return IsAsciiXmlNameStartChar(ch);

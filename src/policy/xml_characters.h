@@ -29,6 +29,8 @@ constexpr bool IsAsciiXmlNameChar(char32_t ch) {
 
 // Whether XML can carry the character at all (Char).
 bool IsXmlChar(char32_t ch);
+// Whether XML can carry every character of the text.
+bool IsXmlText(std::u16string_view text);
 bool IsXmlNameStartChar(char32_t ch);
 bool IsXmlNameChar(char32_t ch);
 

@@ -15,9 +15,9 @@ ParseResult Parse(std::vector<std::string> args) {
 
 TEST(Arguments, TakesValuesInBothFormsFlagsAndPositionalsWithOrWithoutADash) {
     const ParseResult result =
-        Parse({"--policy", "p.xml", "http://a", "-", "-x", "--type=all", "--utf8", "--", "--help"});
+        Parse({"--policy", "-p", "http://a", "-", "-x", "--type=all", "--utf8", "--", "--help"});
     ASSERT_EQ(result.error, "");
-    EXPECT_EQ(result.arguments.Value("--policy"), "p.xml");
+    EXPECT_EQ(result.arguments.Value("--policy"), "-p");
     EXPECT_EQ(result.arguments.Value("--type"), "all");
     EXPECT_TRUE(result.arguments.Has("--utf8"));
     EXPECT_FALSE(result.arguments.Has("--help"));  // after "--" it is a positional
@@ -38,9 +38,13 @@ TEST(Arguments, KeepsRepeatableOptionsInOrderAmongPositionals) {
 TEST(Arguments, RejectsWhatTheCommandDoesNotTake) {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"--bogus"}, "unknown option --bogus"},
-        {{"--policy"}, "option --policy needs a value"},
+        {{"a", "--bogus=1", "--", "b"}, "unknown option --bogus"},
+        {{"-x", "--policy"}, "option --policy needs a value"},
+        {{"--policy=", "p.xml"}, "option --policy needs a value"},
         {{"--policy", "a", "--policy", "b"}, "option --policy given twice"},
         {{"--help=yes"}, "option --help takes no value"},
+        {{"--utf8=true"}, "option --utf8 takes no value"},
+        {{"--utf8=", "a"}, "option --utf8 takes no value"},
     };
     for (const auto& [args, error] : cases) {
         EXPECT_EQ(Parse(args).error, error);

@@ -1,9 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "check_urls.h"
@@ -216,6 +221,9 @@ TEST_F(CliTest, WrongArgumentsGiveOneErrorLineAndStatusTwo) {
         {"diff", policy, policy, "--type", "some"},
         {"diff", policy, policy, "--jobs", "0"},
         {"diff", policy, policy, "--urls", (folder_ / "missing.txt").string()},
+        {"import", "--format", "bogus", policy},
+        {"import", policy, "--format", "domains"},
+        {"import", "--white", "--black", "--format", "domains", policy},
         {"frobnicate"},
         {},
     };
@@ -229,7 +237,14 @@ TEST_F(CliTest, WrongArgumentsGiveOneErrorLineAndStatusTwo) {
 }
 
 TEST_F(CliTest, EveryCommandHasHelp) {
-    EXPECT_EQ(Sentrel({"--help"}).status, kExitOk);
+    const Outcome help = Sentrel({"--help"});
+    EXPECT_EQ(help.status, kExitOk);
+    EXPECT_NE(help.out.find("\n  version   print the tool's version\n"), std::string::npos);
+    for (const char* version : {"--version", "version"}) {
+        const Outcome outcome = Sentrel({version});
+        EXPECT_EQ(outcome.status, kExitOk);
+        EXPECT_EQ(outcome.out, "sentrel " SENTREL_VERSION "\n");
+    }
     for (const Command* command : Commands()) {
         const Outcome outcome = Sentrel({std::string(command->name), "--help"});
         EXPECT_EQ(outcome.status, kExitOk);
@@ -240,63 +255,114 @@ TEST_F(CliTest, EveryCommandHasHelp) {
 
 TEST_F(CliTest, CrackPrintsOneJsonObjectPerUrl) {
     const Outcome outcome = Sentrel({"crack", " HTTP://User:Pw@Www.A.b:8080/x/\"y\"?q#f ", "a.b/x",
-                                     "mailto:me@h", "http://a/\\\t\n\r\x01x"});
+                                     "mailto:me@\xC3\xA9", "http://a/\\\t\n\r\x01x"});
     EXPECT_EQ(outcome.status, kExitOk);
     EXPECT_EQ(outcome.out,
               "{\"scheme\":\"http\",\"schemeId\":2,\"host\":\"www.a.b\",\"userName\":\"user\","
               "\"password\":\"pw\",\"path\":\"/x/\\\"y\\\"\",\"tail\":\"?q#f\",\"port\":8080}\n"
               "{\"error\":\"could not crack\"}\n"
-              "{\"scheme\":\"mailto\",\"schemeId\":6,\"host\":\"h\",\"userName\":\"me\","
+              "{\"scheme\":\"mailto\",\"schemeId\":6,\"host\":\"\xC3\xA9\",\"userName\":\"me\","
               "\"password\":\"\",\"path\":\"\",\"tail\":\"\",\"port\":0}\n"
               "{\"scheme\":\"http\",\"schemeId\":2,\"host\":\"a\",\"userName\":\"\","
               "\"password\":\"\",\"path\":\"/\\\\\\t\\n\\r\\u0001x\",\"tail\":\"\",\"port\":0}\n");
 }
 
-// Each row: the arguments after the policy, and texts the explanation holds.
+// Each row: the arguments after --policy, texts the explanation holds, and fields of its JSON
+// form: an object of JSON pointers and the values there.
 TEST_F(CliTest, ExplainShowsTheCrackTheRuleAndTheEntryOrWhyNothingMatched) {
-    const std::vector<std::pair<std::vector<std::string>, std::vector<std::string>>> cases = {
-        {{"http://a.learn.example.org/maths/x"},
-         {"decision    allow: the white index matches",
-          "matched     scheme \"http\", host \"learn.example.org\", port 0 (any port), path "
-          "\"maths\"",
-          "list        \"Curriculum\" {3F2504E0-4F89-11D3-9A0C-0305E82C3301}",
-          "entry       \"Maths exercises\" \"http://learn.example.org/maths/\""}},
-        {{"HTTP://U:P@Portal.School.Example:8443/a/"},
-         {"normalised  \"http://u:p@portal.school.example:8443/a/\"", "scheme      \"http\" (Http)",
-          "userName    \"u\"", "password    \"p\"", "path        \"/a/\"",
-          "keys        scheme \"http\", host \"portal.school.example\", port 8443, path \"a\"",
-          "port 8443, every path", "entry       \"School portal (intranet port)\""}},
-        {{"ftp://learn.example.org/"},
-         {"(Ftp)",
-          "deny: the white index does not match: no entry "
-          "for the scheme key \"ftp\""}},
-        {{"http:///x"}, {"keys        scheme \"http\", no host", "the URL has no host"}},
-        {{"gopher://other.example/"}, {"(Gopher)", "no entry for the scheme key \"gopher\""}},
-        {{"http://other.example/"},
-         {"port        0 (none named)\n", "no entry for the host key or any shorter suffix"}},
-        {{"http://other.example:0/"}, {"port        0\n"}},
-        {{"http://other.example:65536/"}, {"port        0\n"}},
-        {{"http://other.example:abc/"}, {"port        0\n"}},
-        {{"http://learn.example.org/history"}, {"none of its paths"}},
-        {{"http://portal.school.example:80/"}, {"neither for the URL's port nor without a port"}},
-        {{"learn.example.org"}, {"could not crack: it has no scheme", "could not be cracked"}},
-        {{"http://a@b@learn.example.org/"}, {"more than one user name part"}},
-        {{"mailto://x"}, {"a mailto URL cannot go on with //"}},
-        {{"http://" + std::string(257, 'h')}, {"its host is longer than 256 characters"}},
-        {{"news:x", "--type=all"}, {"(News)", "the filter type is all, which denies"}},
-        {{"about:x", "--type=all"}, {"(Other)", "about and file URLs are always allowed"}},
-        {{"socks://x", "--type=none"}, {"(Socks)", "the filter type is none"}},
-        {{"https://x", "--type=none"}, {"(Https)"}},
-    };
-    for (const auto& [args, texts] : cases) {
-        std::vector<std::string> command = {"explain", "--policy", Example("school-whitelist.xml")};
+    const std::string white = Example("school-whitelist.xml");
+    const std::vector<std::tuple<std::vector<std::string>, std::vector<std::string>, std::string>>
+        cases = {
+            {{white, "HTTP://a.learn.example.org/maths/x?q"},
+             {"decision    allow: the white index matches",
+              "matched     scheme \"http\", host \"learn.example.org\", port 0 (any port), path "
+              "\"maths\"",
+              "list        \"Curriculum\" {3F2504E0-4F89-11D3-9A0C-0305E82C3301}",
+              "entry       \"Maths exercises\" \"http://learn.example.org/maths/\""},
+             R"({"/url":"HTTP://a.learn.example.org/maths/x?q","/crackFailure":null,)"
+             R"("/normalised":"http://a.learn.example.org/maths/x?q","/decision":"allow",)"
+             R"("/keys":{"scheme":"http","host":"a.learn.example.org","port":0,"path":"maths/x"},)"
+             R"("/step":"whiteIndex","/reason":"the white index matches",)"
+             R"("/index":{"outcome":"matched","schemeKey":"http","hostKey":"learn.example.org",)"
+             R"("port":0,"pathKey":"maths"},"/entries":[{"list":"Curriculum",)"
+             R"("listId":"{3F2504E0-4F89-11D3-9A0C-0305E82C3301}","entry":"Maths exercises",)"
+             R"("url":"http://learn.example.org/maths/"}]})"},
+            {{white, "HTTP://U:P@Portal.School.Example:8443/a/"},
+             {"normalised  \"http://u:p@portal.school.example:8443/a/\"",
+              "scheme      \"http\" (Http)", "userName    \"u\"", "password    \"p\"",
+              "path        \"/a/\"",
+              "keys        scheme \"http\", host \"portal.school.example\", port 8443, path \"a\"",
+              "port 8443, every path", "entry       \"School portal (intranet port)\""},
+             R"({"/cracked/password":"p","/keys/port":8443,"/index/port":8443,)"
+             R"("/index/pathKey":null})"},
+            {{white, "ftp://learn.example.org/"},
+             {"(Ftp)", "deny: the white index does not match: no entry for the scheme key \"ftp\""},
+             R"({"/index/outcome":"noSchemeEntry"})"},
+            {{white, "http:///x"},
+             {"keys        scheme \"http\", no host", "the URL has no host"},
+             R"({"/keys":{"scheme":"http","host":null,"port":null,"path":null},)"
+             R"("/index/outcome":"noHost","/index/hostKey":null})"},
+            {{white, "gopher://other.example/"}, {"(Gopher)", "scheme key \"gopher\""}, "{}"},
+            {{white, "http://other.example/"},
+             {"port        0 (none named)\n", "no entry for the host key or any shorter suffix"},
+             R"({"/index/outcome":"hostWalkExhausted"})"},
+            {{white, "http://other.example:0/"}, {"port        0\n"}, "{}"},
+            {{white, "http://other.example:65536/"}, {"port        0\n"}, "{}"},
+            {{white, "http://other.example:abc/"}, {"port        0\n"}, "{}"},
+            {{white, "http://learn.example.org/history"},
+             {"none of its paths"},
+             R"({"/index":{"outcome":"pathMismatch","schemeKey":"http",)"
+             R"("hostKey":"learn.example.org","port":null,"pathKey":null},"/entries":[]})"},
+            {{white, "http://portal.school.example:80/"},
+             {"neither for the URL's port nor without a port"},
+             R"({"/index/outcome":"noPortEntry"})"},
+            {{white, "learn.example.org"},
+             {"could not crack: it has no scheme", "could not be cracked"},
+             R"({"/cracked":null,"/keys":null,"/step":"couldNotCrack","/index":null,)"
+             R"-("/crackFailure":"it has no scheme (a URL needs one, as in http://host/path)"})-"},
+            {{white, "http://a@b@learn.example.org/"}, {"more than one user name part"}, "{}"},
+            {{white, "mailto://x"}, {"a mailto URL cannot go on with //"}, "{}"},
+            {{white, "http://" + std::string(257, 'h')},
+             {"its host is longer than 256 characters"},
+             "{}"},
+            {{white, "news:x", "--type=all"},
+             {"(News)", "the filter type is all, which denies"},
+             R"({"/step":"blockAll"})"},
+            {{white, "about:x", "--type=all"},
+             {"(Other)", "about and file URLs are always allowed"},
+             R"({"/step":"aboutOrFileScheme"})"},
+            {{white, "socks://x", "--type=none"},
+             {"(Socks)", "the filter type is none"},
+             R"({"/decision":"allow","/step":"filterNone","/cracked/schemeId":7})"},
+            {{white, "https://x", "--type=none"}, {"(Https)"}, "{}"},
+            {{Example("office-blacklist.xml"), "http://games.example/x"},
+             {"deny: the black index matches"},
+             R"({"/decision":"deny","/step":"blackIndex","/entries/0/list":"Distractions"})"},
+        };
+    for (const auto& [args, texts, fields] : cases) {
+        std::vector<std::string> command = {"explain", "--policy"};
         command.insert(command.end(), args.begin(), args.end());
         const Outcome outcome = Sentrel(command);
         EXPECT_EQ(outcome.status, kExitOk);
         for (const std::string& text : texts) {
             EXPECT_NE(outcome.out.find(text), std::string::npos) << text << "\n" << outcome.out;
         }
+        command.push_back("--json");
+        const std::string json = Sentrel(command).out;
+        ASSERT_EQ(std::count(json.begin(), json.end(), '\n'), 1) << json;
+        const nlohmann::json object = nlohmann::json::parse(json);
+        const nlohmann::json expected = nlohmann::json::parse(fields);
+        for (const auto& [pointer, value] : expected.items()) {
+            EXPECT_EQ(object.value(nlohmann::json::json_pointer(pointer), nlohmann::json("absent")),
+                      value)
+                << pointer << "\n"
+                << json;
+        }
     }
+    // Without URLs, one object per line of standard input.
+    const Outcome lines = Sentrel({"explain", "--json", "--policy", white}, "http://a/\r\nnews:x");
+    EXPECT_EQ(lines.out.substr(0, 19), R"({"url":"http://a/",)");
+    EXPECT_NE(lines.out.find("\n{\"url\":\"news:x\","), std::string::npos) << lines.out;
 }
 
 TEST_F(CliTest, LintFindsWhatWillNotActAsExpected) {
@@ -343,8 +409,11 @@ TEST_F(CliTest, LintFindsWhatWillNotActAsExpected) {
     }
 
     // A host walk that ends at "a." never reaches the key "" of "www.".
+    // A subdomain whose own entries cover its parent's hides nothing.
     for (const std::string& entries :
-         {WhiteEntry("http://a.example/"), WhiteEntry("http://a./") + WhiteEntry("http://www./")}) {
+         {WhiteEntry("http://a.example/"), WhiteEntry("http://a./") + WhiteEntry("http://www./"),
+          WhiteEntry("http://a.example/x/y") + WhiteEntry("http://c.a.example:81/z") +
+              WhiteEntry("http://c.a.example/x")}) {
         const Outcome clean =
             Sentrel({"lint", "--policy", WriteFile("clean.xml", Document(WhiteList(entries)))});
         EXPECT_EQ(clean.out, "0 problems found\n") << entries;
@@ -489,6 +558,185 @@ TEST_F(CliTest, CheckSummaryCountsTheAnswersAndTheEntriesThatDecided) {
     EXPECT_EQ(black.err,
               "allowed\t1\ndenied\t1\nnot crackable\t0\ndecided\t1\thttp://g.h/x\tblack list "
               "\"B\" entry \"b0\" \"http://g.h/x\"\n");
+}
+
+// A list file of each format whose one line blocks guard.example, so that no import leaves the
+// black index empty, which would allow everything.
+const std::map<std::string, std::string> kGuards = {{"hosts", "0.0.0.0 guard.example"},
+                                                    {"domains", "guard.example"},
+                                                    {"urls", "guard.example/"},
+                                                    {"adblock", "||guard.example^"}};
+
+// Each row: list files (format, lines), then URLs with the answer the lines mean: d for deny,
+// a for allow. Rows that skip their line expect the URL allowed; the document must lint clean.
+struct ImportRow {
+    std::string name;
+    std::vector<std::pair<std::string, std::string>> files;
+    std::vector<std::pair<std::string, char>> urls;
+};
+
+void ExpectImportedAnswers(
+    const std::vector<ImportRow>& rows,
+    const std::function<std::string(const std::string&, const std::string&)>& write) {
+    for (const ImportRow& row : rows) {
+        std::vector<std::string> args = {"import", "--out", write(row.name + ".xml", "")};
+        for (std::size_t i = 0; i < row.files.size(); ++i) {
+            const auto& [format, lines] = row.files[i];
+            args.insert(args.end(),
+                        {"--format", format,
+                         write(row.name + std::to_string(i), lines + "\n" + kGuards.at(format))});
+        }
+        ASSERT_EQ(Sentrel(args).status, kExitOk) << row.name;
+        std::vector<std::string> check = {"check", "--policy", args[2], "http://guard.example/"};
+        std::string expected = "deny\thttp://guard.example/\n";
+        for (const auto& [url, answer] : row.urls) {
+            check.push_back(url);
+            expected += (answer == 'd' ? "deny\t" : "allow\t") + url + "\n";
+        }
+        EXPECT_EQ(Sentrel(check).out, expected) << row.name;
+        EXPECT_EQ(Sentrel({"lint", "--policy", args[2]}).out, "0 problems found\n") << row.name;
+    }
+}
+
+TEST_F(CliTest, ImportedLinesMeanWhatTheySay) {
+    const auto write = [this](const std::string& name, const std::string& bytes) {
+        return WriteFile(name, bytes);
+    };
+    const std::string tooLong = std::string(257, 'h') + ".example";
+    ExpectImportedAnswers(
+        {
+            {"hostsNamesCoverSubdomainsHttpsAndCase",
+             {{"hosts", "0.0.0.0 Ads.Example.  x.example # 0.0.0.0 c.example"}},
+             {{"http://ads.example/p", 'd'},
+              {"HTTPS://Sub.Ads.Example:8443/", 'd'},
+              {"http://x.example", 'd'},
+              {"ftp://ads.example/", 'a'},
+              {"http://c.example/", 'a'},
+              {"http://xads.example/", 'a'}}},
+            {"hostsWwwCoversTheDomain",
+             {{"hosts", "1.2.3.4 www.b.example"}},
+             {{"http://b.example/", 'd'},
+              {"http://www.b.example/", 'd'},
+              {"http://1.2.3.4/", 'a'}}},
+            {"hostsMachineNamesSkipped",
+             {{"hosts", "127.0.0.1 localhost ip6-loopback 0.0.0.0 127.0.1.1 ::1 [::]\n::1\n" +
+                            std::string("0.0.0.0 ") + tooLong}},
+             {{"http://localhost/", 'a'},
+              {"http://0.0.0.0/", 'a'},
+              {"http://127.0.1.1/", 'a'},
+              {"http://[::1]/", 'a'},
+              {"http://[::]/", 'a'}}},
+            {"hostsAddressesAndUnderscores",
+             {{"hosts", "0.0.0.0 2001:DB8::1 10.0.0.1 a_b.example"}},
+             {{"http://[2001:db8::1]/x", 'd'},
+              {"http://10.0.0.1/", 'd'},
+              {"http://10.0.0.2/", 'a'},
+              {"http://a_b.example/", 'd'}}},
+            {"domainsPrefixesAndComments",
+             {{"domains",
+               "*.Social.Example\n.video.example # c\n# news.example\nx.example y.example"}},
+             {{"http://social.example/", 'd'},
+              {"http://a.social.example/", 'd'},
+              {"http://video.example/", 'd'},
+              {"http://news.example/", 'a'},
+              {"http://x.example/", 'a'}}},
+            {"domainsNotHostNames",
+             {{"domains", "a@b.example\nc.example/x\nd.example:80\ne\x01.example"}},
+             {{"http://b.example/", 'a'},
+              {"http://c.example/", 'a'},
+              {"http://d.example:80/", 'a'}}},
+            {"urlsPathSegmentsAndSchemes",
+             {{"urls",
+               "News.Example/Sports/\nhttps://shop.example:8080/cart\nftp://f.example/\n"
+               "q.example/x?id=1\nme@u.example/x"}},
+             {{"http://news.example/sports", 'd'},
+              {"https://sub.news.example/sports/x", 'd'},
+              {"http://news.example/sportsx", 'a'},
+              {"http://news.example/", 'a'},
+              {"http://shop.example:8080/cart/1", 'd'},
+              {"http://shop.example/cart", 'a'},
+              {"ftp://f.example/", 'a'},
+              {"http://q.example/x", 'a'},
+              {"http://u.example/x", 'a'}}},
+            {"adblockExpressibleRules",
+             {{"adblock",
+               "||ads.example^$important\n||cdn.example/banners/^\n||cdn.example/pop\n"
+               "||t.example/*"}},
+             {{"http://sub.ads.example/x", 'd'},
+              {"http://cdn.example/banners/1", 'd'},
+              {"http://cdn.example/b", 'a'},
+              {"http://cdn.example/pop/up", 'd'},
+              {"http://cdn.example/popx", 'a'},
+              {"http://t.example/", 'd'}}},
+            {"adblockSkippedKinds",
+             {{"adblock",
+               "[Adblock Plus 2.0]\n! ||a.example^\n@@||guard.example^\n"
+               "b.example##.ad\n/c\\.example/\n||d*.example^\n|http://e.example/\n"
+               "f.example\n||g.example\n||h.example^$third-party\n||i.example^x\n"
+               "||j.example/x|"}},
+             {{"http://a.example/", 'a'},
+              {"http://b.example/", 'a'},
+              {"http://c.example/", 'a'},
+              {"http://dd.example/", 'a'},
+              {"http://e.example/", 'a'},
+              {"http://f.example/", 'a'},
+              {"http://g.example/", 'a'},
+              {"http://h.example/", 'a'},
+              {"http://i.example/", 'a'},
+              {"http://j.example/x|", 'a'}}},
+            {"urlOnABlockedDomainDropped",
+             {{"domains", "a.example"},
+              {"urls", "a.example/x\nsub.a.example/y\nA.example.\nx.sub.a.example/w"}},
+             {{"http://sub.a.example/z", 'd'},
+              {"http://a.example/", 'd'},
+              {"http://x.sub.a.example/z", 'd'}}},
+            {"siblingPathsCarriedToSubdomains",
+             {{"urls",
+               "a.example/x\nsub.a.example/y\nx.sub.a.example/w\nb.example:81\nc.b.example/v"}},
+             {{"http://sub.a.example/x/1", 'd'},
+              {"http://x.sub.a.example/x", 'd'},
+              {"http://x.sub.a.example/y", 'd'},
+              {"http://sub.a.example/z", 'a'},
+              {"http://sub.a.example/w", 'a'},
+              {"http://c.b.example:81/", 'd'},
+              {"http://c.b.example/", 'a'}}},
+        },
+        write);
+}
+
+TEST_F(CliTest, ImportWritesOneDocumentAndSaysWhatItSkipped) {
+    const std::string list = WriteFile(
+        "Allowed.txt", "Ads.Example\nads.example.\n" + std::string(257, 'h') + ".example\n");
+    const std::string out = (folder_ / "out.xml").string();
+    ASSERT_EQ(Sentrel({"import", "--format", "hosts", list, "--out", out}).status, kExitOk);
+    // The second run replaces the first one's file.
+    const Outcome imported = Sentrel({"import", "--white", "--utf16", "--name", "School",
+                                      "--format", "domains", list, list, "--out", out});
+    EXPECT_EQ(imported.status, kExitOk);
+    EXPECT_EQ(imported.err,
+              "sentrel import: 6 lines read, 1 entries written\n"
+              "sentrel import: skipped 2: cannot be cracked: its host is longer than 256 "
+              "characters\n"
+              "sentrel import: 3 entries dropped as duplicates\n");
+    const Outcome formatted = Sentrel({"format", "--policy", out});
+    {
+        std::ifstream written(out, std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}), formatted.out);
+    }
+    EXPECT_EQ(formatted.out.substr(0, 2), "\xFF\xFE");
+    const std::string utf8 = Sentrel({"format", "--policy", out, "--utf8"}).out;
+    EXPECT_EQ(utf8.find("<WLName>School</WLName>"), utf8.rfind("<WLName>"));  // one list
+    EXPECT_EQ(Sentrel({"check", "--policy", out, "http://ads.example/", "http://b.example/"}).out,
+              "allow\thttp://ads.example/\ndeny\thttp://b.example/\n");
+
+    // An unreadable list leaves no output, not even the one a run before wrote.
+    std::filesystem::remove(out);
+    const Outcome failed = Sentrel(
+        {"import", "--format", "domains", list, (folder_ / "missing.txt").string(), "--out", out});
+    EXPECT_EQ(failed.status, kExitUsage);
+    EXPECT_EQ(std::count(failed.err.begin(), failed.err.end(), '\n'), 1);
+    EXPECT_FALSE(std::filesystem::exists(out));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 1);
 }
 
 }  // namespace

@@ -33,8 +33,9 @@ int RunSentrel(std::span<const std::string> args, CommandStreams& streams) {
         PrintGeneralHelp(streams.out);
         return kExitOk;
     }
+    const std::string_view name = args[0] == "--version" ? "version" : std::string_view(args[0]);
     for (const Command* command : Commands()) {
-        if (command->name != args[0]) {
+        if (command->name != name) {
             continue;
         }
         ArgumentRules rules = command->rules;

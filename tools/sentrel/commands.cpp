@@ -9,12 +9,14 @@ extern const Command kExplainCommand;
 extern const Command kLintCommand;
 extern const Command kCrackCommand;
 extern const Command kFormatCommand;
+extern const Command kImportCommand;
+extern const Command kVersionCommand;
 extern const Command kDiffCommand;
 
 std::span<const Command* const> Commands() {
-    static const std::array<const Command*, 6> commands = {
-        &kCheckCommand, &kExplainCommand, &kLintCommand, &kCrackCommand, &kFormatCommand,
-        &kDiffCommand};
+    static const std::array<const Command*, 8> commands = {
+        &kCheckCommand,  &kExplainCommand, &kLintCommand,    &kCrackCommand,
+        &kFormatCommand, &kImportCommand,  &kVersionCommand, &kDiffCommand};
     return commands;
 }
 

@@ -21,14 +21,7 @@ int RunCrack(const Arguments& arguments, CommandStreams& streams) {
             streams.out << "{\"error\":\"could not crack\"}\n";
             continue;
         }
-        streams.out << "{\"scheme\":" << JsonString(cracked.scheme)
-                    << ",\"schemeId\":" << static_cast<int>(cracked.schemeId)
-                    << ",\"host\":" << JsonString(cracked.host)
-                    << ",\"userName\":" << JsonString(cracked.userName)
-                    << ",\"password\":" << JsonString(cracked.password)
-                    << ",\"path\":" << JsonString(cracked.path)
-                    << ",\"tail\":" << JsonString(cracked.tail) << ",\"port\":" << cracked.port
-                    << "}\n";
+        streams.out << CrackedUrlJson(cracked) << "\n";
     }
     return kExitOk;
 }

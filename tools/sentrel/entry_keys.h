@@ -14,6 +14,7 @@
 #include "policy/web_filter_policy.h"
 #include "search/cracked_url.h"
 #include "search/decision_trace.h"
+#include "search/match_rules.h"
 
 namespace sentrel::cli {
 
@@ -33,6 +34,19 @@ std::optional<EntryKeys> KeysOfEntry(const FilterEntryView& entry, CrackFailure*
 
 // Why a text could not be cracked, in words.
 std::string_view DescribeCrackFailure(CrackFailure why);
+
+// Visits the port and path keys of every entry that, on the same host, answers each URL that an
+// entry with the given keys answers (such an entry itself included), until visit returns true:
+// the URL's own walks over ports and paths reach them.
+template <class Visit>
+bool WalkCoveringKeys(std::uint16_t port, std::u16string_view pathKey, Visit&& visit) {
+    return WalkPortCandidates(port, [&](std::uint16_t candidate) {
+        return visit(candidate, std::u16string_view()) ||
+               (!pathKey.empty() && WalkPathCandidates(pathKey, [&](std::u16string_view path) {
+                   return visit(candidate, path);
+               }));
+    });
+}
 
 // Whether a list feeds the white index (every other type feeds the black one).
 inline bool FeedsWhiteIndex(const FilterList& list) {

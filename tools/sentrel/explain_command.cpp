@@ -1,12 +1,13 @@
+#include <istream>
 #include <ostream>
+#include <string>
 
 #include "command.h"
-#include "entry_keys.h"
-#include "loaded_policy.h"
+#include "explanation.h"
+#include "json_text.h"
 #include "policy/guid.h"
 #include "search/cracked_url.h"
 #include "search/url_keys.h"
-#include "text/url_text.h"
 #include "utf8.h"
 
 namespace sentrel::cli {
@@ -38,8 +39,7 @@ const char* SchemeName(UrlScheme scheme) {
 }
 
 void PrintCracked(const CrackedUrl& cracked, std::ostream& out) {
-    out << "scheme      " << Quoted(cracked.scheme) << " (" << SchemeName(cracked.schemeId)
-        << ")\n"
+    out << "scheme      " << Quoted(cracked.scheme) << " (" << SchemeName(cracked.schemeId) << ")\n"
         << "host        " << Quoted(cracked.host) << "\n"
         << "userName    " << Quoted(cracked.userName) << "\n"
         << "password    " << Quoted(cracked.password) << "\n"
@@ -55,32 +55,12 @@ void PrintCracked(const CrackedUrl& cracked, std::ostream& out) {
         << Quoted(PathKey(cracked)) << "\n";
 }
 
-std::string Miss(const IndexTrace& trace) {
-    switch (trace.outcome) {
-        case IndexOutcome::NoSchemeEntry:
-            return "no entry for the scheme key " + Quoted(trace.schemeKey);
-        case IndexOutcome::NoHost:
-            return "the URL has no host, which no entry matches";
-        case IndexOutcome::HostWalkExhausted:
-            return "no entry for the host key or any shorter suffix of it";
-        case IndexOutcome::NoPortEntry:
-            return "host " + Quoted(trace.hostKey) +
-                   " is listed, but neither for the URL's port nor without a port";
-        case IndexOutcome::PathMismatch:
-            return "host " + Quoted(trace.hostKey) +
-                   " is listed, but none of its paths is the URL's path or a prefix of it";
-        case IndexOutcome::Matched:
-            break;
-    }
-    return "matched";
-}
-
-void PrintMatch(const LoadedPolicy& loaded, bool white, const IndexTrace& trace,
-                std::ostream& out) {
+void PrintMatch(const Explanation& explanation, std::ostream& out) {
+    const IndexTrace& trace = explanation.trace.index;
     out << "matched     scheme " << Quoted(trace.schemeKey) << ", host " << Quoted(trace.hostKey)
         << ", port " << trace.port << (trace.port == 0 ? " (any port)" : "") << ", "
         << (trace.everyPath ? std::string("every path") : "path " + Quoted(trace.pathKey)) << "\n";
-    for (const EntrySource& source : EntriesWithKeys(loaded.policy, white, KeysOfMatch(trace))) {
+    for (const EntrySource& source : explanation.entries) {
         out << "list        " << Quoted(source.list->name) << " "
             << Utf16ToUtf8(GuidToText(source.list->id)) << "\n"
             << "entry       " << Quoted(source.entry.name) << " " << Quoted(source.entry.url)
@@ -88,58 +68,52 @@ void PrintMatch(const LoadedPolicy& loaded, bool white, const IndexTrace& trace,
     }
 }
 
+void PrintExplanation(const Explanation& explanation, std::ostream& out) {
+    out << "url         " << Quoted(explanation.url) << "\n"
+        << "normalised  " << Quoted(explanation.normalised) << "\n";
+    if (explanation.crackedWell) {
+        PrintCracked(explanation.cracked, out);
+    } else {
+        out << "cracked     could not crack: " << DescribeCrackFailure(explanation.crackFailure)
+            << "\n";
+    }
+    out << "decision    " << (explanation.trace.allowed ? "allow" : "deny") << ": "
+        << DecisionReason(explanation) << "\n";
+    if (IndexMatched(explanation.trace)) {
+        PrintMatch(explanation, out);
+    }
+}
+
+void PrintOne(const LoadedPolicy& loaded, std::string_view url, bool json, std::ostream& out) {
+    Explanation explanation;
+    Explain(loaded, Utf8ToUtf16(url), explanation);
+    if (json) {
+        out << ExplanationJson(explanation) << "\n";
+    } else {
+        PrintExplanation(explanation, out);
+    }
+}
+
 int RunExplain(const Arguments& arguments, CommandStreams& streams) {
-    if (arguments.positionals.size() != 1) {
+    const bool json = arguments.Has("--json");
+    if (!json && arguments.positionals.size() != 1) {
         return Fail(streams, "explain", "give exactly one URL (see 'sentrel explain --help')");
     }
     LoadedPolicy loaded;
     if (const std::string error = LoadPolicy(arguments, loaded); !error.empty()) {
         return Fail(streams, "explain", error);
     }
-    const std::u16string url = Utf8ToUtf16(arguments.positionals.front());
-    DecisionTrace trace;
-    const bool allowed = loaded.searcher.IsUrlAllowed(url, &trace);
-
-    std::ostream& out = streams.out;
-    const std::u16string normalised = NormalizeUrlText(url);
-    out << "url         " << Quoted(url) << "\n"
-        << "normalised  " << Quoted(normalised) << "\n";
-    CrackedUrl cracked;
-    CrackFailure why = CrackFailure::None;
-    if (CrackUrl(normalised, cracked, &why)) {
-        PrintCracked(cracked, out);
-    } else {
-        out << "cracked     could not crack: " << DescribeCrackFailure(why) << "\n";
+    for (const std::string& url : arguments.positionals) {
+        PrintOne(loaded, url, json, streams.out);
     }
-    out << "decision    " << (allowed ? "allow" : "deny") << ": ";
-    switch (trace.step) {
-        case DecisionStep::FilterNone:
-            out << "the filter type is none, which allows everything\n";
-            break;
-        case DecisionStep::NoIndexedEntries:
-            out << "the policy has no indexed entries, which allows everything\n";
-            break;
-        case DecisionStep::CouldNotCrack:
-            out << "the URL could not be cracked\n";
-            break;
-        case DecisionStep::AboutOrFileScheme:
-            out << "about and file URLs are always allowed\n";
-            break;
-        case DecisionStep::BlockAll:
-            out << "the filter type is all, which denies everything but about and file URLs\n";
-            break;
-        case DecisionStep::WhiteIndex:
-        case DecisionStep::BlackIndex: {
-            const bool white = trace.step == DecisionStep::WhiteIndex;
-            out << (white ? "the white index " : "the black index ")
-                << (trace.index.outcome == IndexOutcome::Matched
-                        ? "matches"
-                        : "does not match: " + Miss(trace.index))
-                << "\n";
-            if (trace.index.outcome == IndexOutcome::Matched) {
-                PrintMatch(loaded, white, trace.index, out);
+    if (arguments.positionals.empty()) {
+        std::string line;
+        while (std::getline(streams.in, line)) {
+            // A line end written as CR LF leaves the CR, which is no part of the URL.
+            if (!line.empty() && line.back() == '\r') {
+                line.pop_back();
             }
-            break;
+            PrintOne(loaded, line, json, streams.out);
         }
     }
     return kExitOk;
@@ -150,12 +124,22 @@ int RunExplain(const Arguments& arguments, CommandStreams& streams) {
 extern const Command kExplainCommand{
     "explain",
     "show why a URL is allowed or denied",
-    "usage: sentrel explain --policy FILE [--type none|policy|all] URL\n\n"
+    "usage: sentrel explain --policy FILE [--type none|policy|all] URL\n"
+    "       sentrel explain --policy FILE [--type none|policy|all] --json [URL ...]\n\n"
     "Shows the normalised text, the cracked parts and index keys, which rule or index decided,\n"
     "and the list and entry whose index entry matched, or why nothing matched.\n\n"
+    "With --json, each URL given (or else each line of standard input) gets one JSON object on\n"
+    "one line with the fields url, normalised, cracked (the parts as crack prints them), keys\n"
+    "(scheme, host, port, path), crackFailure, decision (allow or deny), step (filterNone,\n"
+    "noIndexedEntries, couldNotCrack, aboutOrFileScheme, blockAll, whiteIndex or blackIndex),\n"
+    "reason, index (outcome: matched, noSchemeEntry, noHost, hostWalkExhausted, noPortEntry or\n"
+    "pathMismatch; schemeKey, hostKey, port, pathKey) and entries (list, listId, entry, url of\n"
+    "each entry behind the match). A field that does not apply is null; a match without pathKey\n"
+    "holds for every path.\n\n"
     "options:\n" +
-        std::string(kPolicyOptionsHelp),
-    {{"--policy", "--type"}, {}},
+        std::string(kPolicyOptionsHelp) +
+        "  --json          one JSON object per URL instead of the text form\n",
+    {{"--policy", "--type"}, {"--json"}},
     &RunExplain,
 };
 

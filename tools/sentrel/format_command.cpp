@@ -4,22 +4,10 @@
 #include "policy/hresult_error.h"
 #include "policy/web_filter_xml_processor.h"
 #include "policy_file.h"
-#include "utf8.h"
 
 namespace sentrel::cli {
 
 namespace {
-
-// The UTF-16LE bytes of the text, in the byte order the component writes.
-std::string Utf16LeBytes(std::u16string_view text) {
-    std::string bytes;
-    bytes.reserve(text.size() * 2);
-    for (const char16_t unit : text) {
-        bytes.push_back(static_cast<char>(unit & 0xFF));
-        bytes.push_back(static_cast<char>(unit >> 8));
-    }
-    return bytes;
-}
 
 int RunFormat(const Arguments& arguments, CommandStreams& streams) {
     const std::optional<std::string> path = arguments.Value("--policy");
@@ -39,9 +27,7 @@ int RunFormat(const Arguments& arguments, CommandStreams& streams) {
     if (document.empty()) {
         return Fail(streams, "format", "the policy holds a list of unknown type");
     }
-    const std::string bytes = arguments.Has("--utf8")
-                                  ? Utf16ToUtf8(std::u16string_view(document).substr(1))
-                                  : Utf16LeBytes(document);
+    const std::string bytes = DocumentBytes(document, arguments.Has("--utf8"));
     const std::string out = arguments.Value("--out").value_or("-");
     if (const std::string error = WriteBytes(out, bytes, streams.out); !error.empty()) {
         return Fail(streams, "format", error);

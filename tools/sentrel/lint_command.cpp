@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <map>
 #include <ostream>
 #include <set>
@@ -96,15 +97,12 @@ struct KeyedEntry {
     EntryKeys keys;
 };
 
-// Whether an entry with these port and path keys answers every URL that the other one answers:
-// the other's port and path reach it through the decision's own walks.
+// Whether an entry with these port and path keys answers every URL that the other one answers.
 bool Covers(const EntryKeys& broad, const EntryKeys& narrow) {
-    return WalkPortCandidates(narrow.port,
-                              [&broad](std::uint16_t port) { return port == broad.port; }) &&
-           (broad.pathKey.empty() ||
-            WalkPathCandidates(narrow.pathKey, [&broad](std::u16string_view path) {
-                return path == broad.pathKey;
-            }));
+    return WalkCoveringKeys(narrow.port, narrow.pathKey,
+                            [&broad](std::uint16_t port, std::u16string_view path) {
+                                return port == broad.port && path == broad.pathKey;
+                            });
 }
 
 // Host keys under the same scheme key: entries that another entry makes redundant, and hosts
@@ -134,12 +132,25 @@ void LintIndexSide(const std::vector<KeyedEntry>& entries, Findings& findings) {
             }
         }
         // The host walk stops at the first listed suffix, so a listed subdomain hides the
-        // entries of every listed parent for URLs on that subdomain.
+        // entries of its nearest listed parent for URLs on that subdomain, unless entries of
+        // its own answer the same URLs.
         const std::u16string_view host = key.second;
         WalkHostCandidates(host, [&](std::size_t start) {
             const std::u16string_view parent = host.substr(start);
-            if (start == 0 || !byHost.contains({key.first, std::u16string(parent)})) {
+            const auto parentGroup = byHost.find({key.first, std::u16string(parent)});
+            if (start == 0 || parentGroup == byHost.end()) {
                 return false;
+            }
+            const bool hidden =
+                std::any_of(parentGroup->second.begin(), parentGroup->second.end(),
+                            [&group](const KeyedEntry* hiddenEntry) {
+                                return std::none_of(group.begin(), group.end(),
+                                                    [hiddenEntry](const KeyedEntry* own) {
+                                                        return Covers(own->keys, hiddenEntry->keys);
+                                                    });
+                            });
+            if (!hidden) {
+                return true;
             }
             findings.Report("host " + Quoted(key.second) + " has entries of its own, so the " +
                             "entries of " + Quoted(parent) + " do not apply to URLs on " +

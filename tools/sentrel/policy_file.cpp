@@ -4,10 +4,12 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <ios>
 #include <ostream>
 
+#include "policy/guid.h"
 #include "policy/utf16le.h"
 #include "policy/web_filter_xml_processor.h"
 #include "utf8.h"
@@ -158,6 +160,14 @@ PolicyFile ReadPolicyFile(const std::string& path) {
     return result;
 }
 
+std::string DocumentBytes(std::u16string_view document, bool utf8) {
+    if (utf8) {
+        return Utf16ToUtf8(document.substr(1));
+    }
+    const std::span<const std::uint8_t> bytes = AsUtf16LeBytes(document);
+    return {bytes.begin(), bytes.end()};
+}
+
 std::string WriteBytes(const std::string& path, const std::string& bytes,
                        std::ostream& standardOut) {
     if (path == "-") {
@@ -165,13 +175,26 @@ std::string WriteBytes(const std::string& path, const std::string& bytes,
         standardOut.flush();
         return standardOut ? std::string() : "cannot write standard output";
     }
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    const std::filesystem::path target(Utf8ToUtf16(path));
+    std::filesystem::path temporary = target;
+    temporary += u".";
+    temporary += GuidToText(NewGuid());
+    temporary += u".tmp";
+    std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
     if (!file) {
         return "cannot open " + path + " for writing: " + std::strerror(errno);
     }
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     file.close();
-    return file ? std::string() : "cannot write " + path;
+    std::error_code error;
+    if (file) {
+        std::filesystem::rename(temporary, target, error);
+    }
+    if (!file || error) {
+        std::filesystem::remove(temporary, error);
+        return "cannot write " + path;
+    }
+    return {};
 }
 
 }  // namespace sentrel::cli

@@ -63,7 +63,13 @@ struct PolicyFile {
 };
 PolicyFile ReadPolicyFile(const std::string& path);
 
-// Writes the bytes to the file, or to the output stream for "-"; an error text on failure.
+// The bytes of a serialized document (which begins with its byte order mark): UTF-16LE as the
+// component writes it, or UTF-8 without a byte order mark.
+std::string DocumentBytes(std::u16string_view document, bool utf8);
+
+// Writes the bytes to the file, or to the output stream for "-"; an error text on failure. A file
+// is written under a name of its own beside it and then renamed, so that a failure leaves no
+// partial file behind.
 std::string WriteBytes(const std::string& path, const std::string& bytes,
                        std::ostream& standardOut);
 
