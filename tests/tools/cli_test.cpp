@@ -13,6 +13,8 @@
 
 #include "check_urls.h"
 #include "command.h"
+#include "decision_tally.h"
+#include "loaded_policy.h"
 #include "utf8.h"
 
 namespace sentrel::cli {
@@ -558,6 +560,23 @@ TEST_F(CliTest, CheckSummaryCountsTheAnswersAndTheEntriesThatDecided) {
     EXPECT_EQ(black.err,
               "allowed\t1\ndenied\t1\nnot crackable\t0\ndecided\t1\thttp://g.h/x\tblack list "
               "\"B\" entry \"b0\" \"http://g.h/x\"\n");
+    // Tallies of several threads add up, however many the threads made.
+    LoadedPolicy loaded;
+    ASSERT_EQ(LoadPolicyFile(policy, WebFilterBlockPolicy, loaded), "");
+    DecisionTally first(loaded.searcher);
+    DecisionTally second(loaded.searcher);
+    DecisionTrace trace;
+    for (const std::u16string url : {u"http://e.f/", u"c.d"}) {
+        loaded.searcher.IsUrlAllowed(url, &trace);
+        first.Count(trace);
+        second.Count(trace);
+    }
+    first.Merge(second);
+    std::ostringstream merged;
+    first.Print(loaded.policy, merged);
+    EXPECT_EQ(merged.str(),
+              "allowed\t2\ndenied\t0\nnot crackable\t2\ndecided\t2\thttp://e.f/\twhite list "
+              "\"W\" entry \"w4\" \"http://e.f\"\n");
 }
 
 // A list file of each format whose one line blocks guard.example, so that no import leaves the
