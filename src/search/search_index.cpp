@@ -127,17 +127,23 @@ std::vector<ListedEntry> SchemeToInfoMapType::EntriesOf(
         }
         entries[i].port = ports_[ports[i]].port;
     }
-    // Records do not lead back to their hosts: the hosts are found among all records.
+    // Records do not lead back to their hosts: the hosts are found among all records, each
+    // looking for the wanted ports in its run, in port order.
+    std::vector<std::pair<std::size_t, std::size_t>> wanted;  // port, entry
+    for (std::size_t i = 0; i < ports.size(); ++i) {
+        wanted.emplace_back(ports[i], i);
+    }
+    std::sort(wanted.begin(), wanted.end());
     for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
         const Record& host = slots_[slot];
         if (tags_[slot] == 0 || host.parent == kNone) {
             continue;
         }
-        for (std::size_t i = 0; i < numbers.size(); ++i) {
-            if (host.first <= ports[i] && ports[i] < host.first + host.portCount) {
-                entries[i].hostKey = keys_.Copy(host.key);
-                entries[i].schemeKey = keys_.Copy(schemes_[host.parent].key);
-            }
+        for (auto at = std::lower_bound(wanted.begin(), wanted.end(),
+                                        std::pair<std::size_t, std::size_t>(host.first, 0));
+             at != wanted.end() && at->first < host.first + host.portCount; ++at) {
+            entries[at->second].hostKey = keys_.Copy(host.key);
+            entries[at->second].schemeKey = keys_.Copy(schemes_[host.parent].key);
         }
     }
     return entries;
