@@ -571,9 +571,11 @@ TEST_F(CliTest, CheckSummaryCountsTheAnswersAndTheEntriesThatDecided) {
         first.Count(trace);
         second.Count(trace);
     }
-    first.Merge(second);
+    DecisionTally total(loaded.searcher);
+    total.Merge(first);
+    total.Merge(second);
     std::ostringstream merged;
-    first.Print(loaded.policy, merged);
+    total.Print(loaded.policy, merged);
     EXPECT_EQ(merged.str(),
               "allowed\t2\ndenied\t0\nnot crackable\t2\ndecided\t2\thttp://e.f/\twhite list "
               "\"W\" entry \"w4\" \"http://e.f\"\n");
