@@ -19,7 +19,7 @@ constexpr std::size_t kUrlCount = 1000000;
 
 // `sentrel check` reading a million URLs, one per line, against a 100,000-entry white list
 // written to a file as the component writes policies, loading included, on the given number of
-// threads.
+// threads, with or without --summary.
 void BM_CheckThroughput(benchmark::State& state) {
     const bench::UrlCorpus corpus =
         bench::MakeUrlCorpus(FilterListWhite, kEntryCount, kUrlCount / 2, 11);
@@ -37,8 +37,11 @@ void BM_CheckThroughput(benchmark::State& state) {
         input += cli::Utf16ToUtf8(corpus.hits[i]) + "\n";
         input += cli::Utf16ToUtf8(corpus.misses[i]) + "\n";
     }
-    const std::vector<std::string> args = {"check", "--policy", path, "--jobs",
-                                           std::to_string(state.range(0))};
+    std::vector<std::string> args = {"check", "--policy", path, "--jobs",
+                                     std::to_string(state.range(0))};
+    if (state.range(1) != 0) {
+        args.emplace_back("--summary");
+    }
     std::size_t allowed = 0;
     for (auto _ : state) {
         std::istringstream in(input);
@@ -63,10 +66,8 @@ void BM_CheckThroughput(benchmark::State& state) {
         benchmark::Counter(urls, benchmark::Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(BM_CheckThroughput)
-    ->ArgName("jobs")
-    ->Arg(1)
-    ->Arg(2)
-    ->Arg(4)
+    ->ArgNames({"jobs", "summary"})
+    ->ArgsProduct({{1, 2, 4}, {0, 1}})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->Iterations(1);

@@ -16,12 +16,16 @@ enum class IndexOutcome {
 };
 
 struct IndexTrace {
+    // Set by the caller: false leaves the scheme and host keys out, for a caller that names the
+    // matched entry by its number alone and would only pay for their copies.
+    bool keys = true;
     IndexOutcome outcome = IndexOutcome::NoSchemeEntry;
     std::u16string schemeKey;  // the scheme key looked up
     std::u16string hostKey;    // the host entry that decided, once one was found
     std::uint16_t port = 0;    // the port entry that matched: the URL's port or 0
     bool everyPath = false;    // that port entry lists no path, so every path matched
     std::u16string pathKey;    // the listed path key that matched
+    std::uint32_t entry = 0;   // the matched entry's number in its index (EntryNumber)
 };
 
 // Which rule of the decision answered.

@@ -55,6 +55,15 @@ int KeyArena::Compare(Ref key, std::u16string_view text) const {
     return CompareStored(Read(key), text, text.size());
 }
 
+std::u16string KeyArena::Copy(Ref key) const {
+    const Stored stored = Read(key);
+    std::u16string text(stored.length, u'\0');
+    for (std::size_t i = 0; i < stored.length; ++i) {
+        text[i] = stored[i];
+    }
+    return text;
+}
+
 bool KeyArena::Equals(Ref key, std::u16string_view text) const {
     const Stored stored = Read(key);
     if (stored.length != text.size()) {

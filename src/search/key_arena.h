@@ -24,6 +24,8 @@ class KeyArena {
     int Compare(Ref a, Ref b) const;
     // Compare(key, text) == 0, without the order: the look-ups need only this, on every hit.
     bool Equals(Ref key, std::u16string_view text) const;
+    // A copy of a key's text.
+    std::u16string Copy(Ref key) const;
 
     void Clear() { bytes_.clear(); }
     void Reserve(std::size_t bytes) { bytes_.reserve(bytes); }

@@ -67,23 +67,86 @@ std::uint64_t HostSuffixHashes::Of(std::size_t start) const {
     return FinishKeyHash(blocks_[(key_.size() - start) / 4], key_, start);
 }
 
+const KeyArena::Ref* StringSetTypeStruct::LowerBound(std::u16string_view pathKey) const {
+    return std::lower_bound(begin_, end_, pathKey,
+                            [this](KeyArena::Ref key, std::u16string_view text) {
+                                return keys_->Compare(key, text) < 0;
+                            });
+}
+
 bool StringSetTypeStruct::contains(std::u16string_view pathKey) const {
-    const KeyArena::Ref* const at = std::lower_bound(
-        begin_, end_, pathKey, [this](KeyArena::Ref key, std::u16string_view text) {
-            return keys_->Compare(key, text) < 0;
-        });
+    const KeyArena::Ref* const at = LowerBound(pathKey);
     return at != end_ && keys_->Compare(*at, pathKey) == 0;
 }
 
+const IndexPort* PortToPathsMapTypeStruct::LowerBound(std::uint16_t port) const {
+    return std::lower_bound(begin_, end_, port, [](const IndexPort& listed, std::uint16_t p) {
+        return listed.port < p;
+    });
+}
+
+StringSetTypeStruct PortToPathsMapTypeStruct::PathsOf(const IndexPort* at) const {
+    const KeyArena::Ref* const paths = index_->paths_.data();
+    return StringSetTypeStruct(index_->keys_, paths + at->firstPath, paths + at[1].firstPath);
+}
+
 std::optional<StringSetTypeStruct> PortToPathsMapTypeStruct::Find(std::uint16_t port) const {
-    const IndexPort* const at =
-        std::lower_bound(begin_, end_, port,
-                         [](const IndexPort& listed, std::uint16_t p) { return listed.port < p; });
+    const IndexPort* const at = LowerBound(port);
     if (at == end_ || at->port != port) {
         return std::nullopt;
     }
-    const KeyArena::Ref* const paths = index_->paths_.data();
-    return StringSetTypeStruct(index_->keys_, paths + at->firstPath, paths + at[1].firstPath);
+    return PathsOf(at);
+}
+
+std::uint32_t PortToPathsMapTypeStruct::EntryNumber(std::uint16_t port,
+                                                    std::u16string_view pathKey) const {
+    const IndexPort* const at = LowerBound(port);
+    const std::size_t ports = index_->ports_.size();
+    if (pathKey.empty()) {
+        return static_cast<std::uint32_t>(at - index_->ports_.data());
+    }
+    const KeyArena::Ref* const path = PathsOf(at).LowerBound(pathKey);
+    return static_cast<std::uint32_t>(ports +
+                                      static_cast<std::size_t>(path - index_->paths_.data()));
+}
+
+std::vector<ListedEntry> SchemeToInfoMapType::EntriesOf(
+    std::span<const std::uint32_t> numbers) const {
+    std::vector<ListedEntry> entries(numbers.size());
+    std::vector<std::size_t> ports(numbers.size());
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        ports[i] = numbers[i];
+        if (numbers[i] >= ports_.size()) {
+            // The last port whose run of paths starts at or before the path.
+            const std::uint32_t path = numbers[i] - static_cast<std::uint32_t>(ports_.size());
+            const auto after = std::upper_bound(
+                ports_.begin(), ports_.end(), path,
+                [](std::uint32_t p, const IndexPort& listed) { return p < listed.firstPath; });
+            ports[i] = static_cast<std::size_t>(after - ports_.begin()) - 1;
+            entries[i].pathKey = keys_.Copy(paths_[path]);
+        }
+        entries[i].port = ports_[ports[i]].port;
+    }
+    // Records do not lead back to their hosts: the hosts are found among all records, each
+    // looking for the wanted ports in its run, in port order.
+    std::vector<std::pair<std::size_t, std::size_t>> wanted;  // port, entry
+    for (std::size_t i = 0; i < ports.size(); ++i) {
+        wanted.emplace_back(ports[i], i);
+    }
+    std::sort(wanted.begin(), wanted.end());
+    for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+        const Record& host = slots_[slot];
+        if (tags_[slot] == 0 || host.parent == kNone) {
+            continue;
+        }
+        for (auto at = std::lower_bound(wanted.begin(), wanted.end(),
+                                        std::pair<std::size_t, std::size_t>(host.first, 0));
+             at != wanted.end() && at->first < host.first + host.portCount; ++at) {
+            entries[at->second].hostKey = keys_.Copy(host.key);
+            entries[at->second].schemeKey = keys_.Copy(schemes_[host.parent].key);
+        }
+    }
+    return entries;
 }
 
 std::optional<PortToPathsMapTypeStruct> HostToInfoMapTypeStruct::Find(std::u16string_view hostKey,

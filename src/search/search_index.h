@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -41,6 +43,8 @@ class StringSetTypeStruct {
     friend class PortToPathsMapTypeStruct;
     StringSetTypeStruct(const KeyArena& keys, const KeyArena::Ref* begin, const KeyArena::Ref* end)
         : keys_(&keys), begin_(begin), end_(end) {}
+    // The first key of the set that is not before the path key.
+    const KeyArena::Ref* LowerBound(std::u16string_view pathKey) const;
 
     const KeyArena* keys_;
     const KeyArena::Ref* begin_;
@@ -53,13 +57,28 @@ struct IndexPort {
     std::uint32_t firstPath;
 };
 
+// What one entry of an index matches: a path key, or every path when it is empty.
+struct ListedEntry {
+    std::u16string schemeKey;
+    std::u16string hostKey;
+    std::uint16_t port = 0;
+    std::u16string pathKey;
+};
+
 // The ports listed for one host, in ascending order; port 0 holds the entries that named none.
 class PortToPathsMapTypeStruct {
   public:
     std::optional<StringSetTypeStruct> Find(std::uint16_t port) const;
+    // The number of the index entry of a listed port and one of its listed path keys, or of its
+    // every-path entry when the key is empty. Numbers are below the index's EntryCount, so that
+    // matches can be counted without their keys.
+    std::uint32_t EntryNumber(std::uint16_t port, std::u16string_view pathKey) const;
 
   private:
     friend class HostToInfoMapTypeStruct;
+    // The first listed port that is not below the port, and the path keys of a listed port.
+    const IndexPort* LowerBound(std::uint16_t port) const;
+    StringSetTypeStruct PathsOf(const IndexPort* at) const;
     PortToPathsMapTypeStruct(const SchemeToInfoMapType& index, const IndexPort* begin,
                              const IndexPort* end)
         : index_(&index), begin_(begin), end_(end) {}
@@ -104,6 +123,10 @@ class SchemeToInfoMapType {
     bool empty() const { return schemes_.empty(); }
     std::size_t size() const { return schemes_.size(); }
     std::optional<HostToInfoMapTypeStruct> Find(std::u16string_view schemeKey) const;
+    // How many numbers PortToPathsMapTypeStruct::EntryNumber can give, and what the entries of
+    // some of them match (one pass through the whole index: for reports).
+    std::size_t EntryCount() const { return ports_.size() + paths_.size(); }
+    std::vector<ListedEntry> EntriesOf(std::span<const std::uint32_t> numbers) const;
 
     // Empties the index and gives its memory back.
     void Clear() { *this = SchemeToInfoMapType(); }

@@ -88,7 +88,14 @@ void WebFilterSearcher::InsertIntoPortMap(const CrackedUrl& cracked, SchemeToInf
 
 bool WebFilterSearcher::IsUrlAllowed(std::u16string_view url, DecisionTrace* trace) const {
     if (trace != nullptr) {
-        *trace = DecisionTrace{};
+        // Field by field, so that a trace used again keeps the memory of its keys.
+        trace->index.outcome = IndexOutcome::NoSchemeEntry;
+        trace->index.schemeKey.clear();
+        trace->index.hostKey.clear();
+        trace->index.port = 0;
+        trace->index.everyPath = false;
+        trace->index.pathKey.clear();
+        trace->index.entry = 0;
     }
     const auto answer = [trace](DecisionStep step, bool allowed) {
         if (trace != nullptr) {
@@ -131,7 +138,7 @@ bool WebFilterSearcher::IsUrlAllowed(std::u16string_view url, DecisionTrace* tra
 bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToInfoMapType& index,
                                      IndexTrace* trace) {
     const std::u16string_view schemeKey = SchemeKey(cracked);
-    if (trace != nullptr) {
+    if (trace != nullptr && trace->keys) {
         trace->schemeKey.assign(schemeKey);
     }
     const std::optional<HostToInfoMapTypeStruct> hosts = index.Find(schemeKey);
@@ -154,7 +161,7 @@ bool WebFilterSearcher::IsUrlInIndex(const CrackedUrl& cracked, const SchemeToIn
         })) {
         return Miss(trace, IndexOutcome::HostWalkExhausted);
     }
-    if (trace != nullptr) {
+    if (trace != nullptr && trace->keys) {
         trace->hostKey.assign(candidate);
     }
     return IsUrlInPortMap(cracked, *ports, trace);
@@ -177,6 +184,7 @@ bool WebFilterSearcher::IsUrlInPortMap(const CrackedUrl& cracked,
     if (trace != nullptr) {
         trace->outcome = IndexOutcome::Matched;
         trace->port = matched;
+        trace->entry = ports.EntryNumber(matched, trace->pathKey);
     }
     return true;
 }

@@ -14,7 +14,9 @@
 
 #include "check_urls.h"
 #include "command.h"
+#include "decision_tally.h"
 #include "document_output.h"
+#include "loaded_policy.h"
 #include "policy/utf16le.h"
 #include "utf8.h"
 
@@ -73,6 +75,31 @@ std::string WhiteEntry(const std::string& url) {
 std::string Document(const std::string& lists) {
     return "<WebFilters><WFVersion>1</WFVersion><WFRefreshMode>0</WFRefreshMode>" + lists +
            "</WebFilters>";
+}
+
+// A white and a black list of the space-separated URLs; entries are named prefix and their
+// position.
+std::string Lists(const std::string& white, const std::string& black, const std::string& prefix) {
+    std::string lists;
+    for (const auto& [urls, kind] : {std::pair{white, std::string("W")}, {black, "B"}}) {
+        std::istringstream words(urls);
+        std::string entries;
+        int at = 0;
+        for (std::string url; words >> url;) {
+            entries += "<" + kind + "LxEntry><" + kind + "LxEntryName>" + prefix +
+                       std::to_string(at++) + "</" + kind + "LxEntryName><" + kind + "LxEntryUrl>" +
+                       url + "</" + kind + "LxEntryUrl></" + kind + "LxEntry>";
+        }
+        const std::string list = kind == "W" ? "WhiteList" : "BlackList";
+        const std::string main = kind == "W" ? "WLAccepted" : "BLDenied";
+        const std::string letter = kind == "W" ? "A" : "D";
+        for (std::size_t x; (x = entries.find("Lx")) != std::string::npos;) {
+            entries.replace(x, 2, "L" + letter);
+        }
+        lists += "<" + list + "><" + kind + "LName>" + kind + "</" + kind + "LName><" + main + ">" +
+                 entries + "</" + main + "></" + list + ">";
+    }
+    return Document(lists);
 }
 
 TEST_F(CliTest, CheckDecidesArgumentsAndStandardInputAlike) {
@@ -193,6 +220,12 @@ TEST_F(CliTest, WrongArgumentsGiveOneErrorLineAndStatusTwo) {
         {"lint"},
         {"crack"},
         {"format", "--policy", policy, "--out", (folder_ / "no" / "such" / "dir").string()},
+        {"diff", policy},
+        {"diff", policy, policy, "more"},
+        {"diff", policy, (folder_ / "missing.xml").string()},
+        {"diff", policy, policy, "--type", "some"},
+        {"diff", policy, policy, "--jobs", "0"},
+        {"diff", policy, policy, "--urls", (folder_ / "missing.txt").string()},
         {"import", "--format", "bogus", policy},
         {"import", policy, "--format", "domains"},
         {"import", "--white", "--black", "--format", "domains", policy},
@@ -445,6 +478,140 @@ TEST_F(CliTest, DocumentOutputWritesTheWholeDocumentOrNoFile) {
             << name;
     }
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 2);
+}
+
+// Each row: the old and the new policy's white and black URLs, the filter type, what diff
+// writes and its status.
+TEST_F(CliTest, DiffWritesTheIndexEntriesAndHostsThatChange) {
+    struct Row {
+        const char* name;
+        std::string oldWhite, oldBlack, newWhite, newBlack, type, out;
+        int status;
+    };
+    const Row rows[] = {
+        {"added host", "", "http://a.b", "", "http://a.b http://c.d", "policy",
+         "added\tblack\thttp://c.d/\nhost\tblack\thttp://c.d\n", 1},
+        {"removed path entry", "", "http://a.b/x http://a.b/y/", "", "http://a.b/x", "policy",
+         "removed\tblack\thttp://a.b/y\nhost\tblack\thttp://a.b\n", 1},
+        {"port entry", "http://a.b", "", "http://a.b http://a.b:8080/z", "", "policy",
+         "added\twhite\thttp://a.b:8080/z\nhost\twhite\thttp://a.b\n", 1},
+        {"path entry swallowed by every path", "", "http://a.b/", "", "http://a.b http://a.b/x",
+         "policy", "added\tblack\thttp://a.b/x\n", 0},
+        {"path entry on another port is not swallowed", "", "http://a.b/", "",
+         "http://a.b http://a.b:81/x", "policy",
+         "added\tblack\thttp://a.b:81/x\nhost\tblack\thttp://a.b\n", 1},
+        {"white index becomes non-empty", "", "http://a.b", "http://c.d", "http://a.b", "policy",
+         "added\twhite\thttp://c.d/\nevery\tthe white index becomes non-empty: the black index is "
+         "switched off and every host can change\n",
+         1},
+        {"black changes while the white index decides", "http://c.d", "http://a.b", "http://c.d",
+         "", "policy", "removed\tblack\thttp://a.b/\n", 0},
+        {"indexes become non-empty", "", "", "", "ftp://a.b http:///x", "policy",
+         "added\tblack\tftp://a.b/\nadded\tblack\thttp:\nevery\tthe indexes become non-empty: "
+         "URLs that cannot be cracked are now denied\nhost\tblack\tftp://a.b\n",
+         1},
+        {"names and forms only", "", "http://a.b/x/ https://a.b/x", "", "HTTP://www.A.b/x",
+         "policy", "", 0},
+        {"uncrackable entries", "", "http://a.b", "", "http://a.b a.b c.d", "policy", "", 0},
+        {"filter type none", "", "http://a.b", "", "http://c.d", "none",
+         "removed\tblack\thttp://a.b/\nadded\tblack\thttp://c.d/\n", 0},
+    };
+    for (const Row& row : rows) {
+        const Outcome outcome = Sentrel(
+            {"diff", WriteFile("old.xml", Lists(row.oldWhite, row.oldBlack, "old")),
+             WriteFile("new.xml", Lists(row.newWhite, row.newBlack, "new")), "--type", row.type});
+        EXPECT_EQ(outcome.out, row.out) << row.name;
+        EXPECT_EQ(outcome.status, row.status) << row.name;
+    }
+}
+
+// Each row: a URL and its flip between two policies, empty when it does not flip.
+TEST_F(CliTest, DiffWritesTheUrlsWhoseAnswersFlipWithWhatDecided) {
+    const std::string before =
+        WriteFile("old.xml", Lists("", "http://a.b http://www.a.b/ http://c.d/x", "o"));
+    const std::string after = WriteFile("new.xml", Lists("", "http://c.d/x/ http://e.f:81/", "n"));
+    const std::string empty = WriteFile("empty.xml", Lists("", "", "e"));
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"http://a.b/q",
+         "deny>allow\thttp://a.b/q\thttp://a.b/ black list \"B\" entry \"o0\" "
+         "\"http://a.b\" and 1 more\tno black entry matches\n"},
+        {"http://e.f:81/",
+         "allow>deny\thttp://e.f:81/\tno black entry matches\thttp://e.f:81/ "
+         "black list \"B\" entry \"n1\" \"http://e.f:81/\"\n"},
+        {"http://c.d/x/y", ""},
+        {"http://e.f/", ""},
+        {"c.d", ""},
+    };
+    std::string input;
+    std::string flips;
+    for (int i = 0; i < 2000; ++i) {
+        const auto& [url, flip] = rows[static_cast<std::size_t>(i) % rows.size()];
+        input += url + "\n";
+        flips += flip;
+    }
+    for (const char* jobs : {"1", "3"}) {
+        const Outcome outcome = Sentrel({"diff", "--jobs", jobs, before, after, "--urls"}, input);
+        EXPECT_TRUE(outcome.out == flips) << jobs;  // too long to print
+        EXPECT_EQ(outcome.status, kExitProblems);
+    }
+    const std::string file = WriteFile("urls.txt", "c.d\nhttp://g.h/x\n");
+    EXPECT_EQ(Sentrel({"diff", "--urls", before, before, file}).status, kExitOk);
+    const Outcome crack = Sentrel({"diff", "--urls", empty, before, file});
+    EXPECT_EQ(crack.out, "allow>deny\tc.d\tno indexed entries\tnot crackable\n");
+    EXPECT_EQ(crack.status, kExitProblems);
+}
+
+TEST_F(CliTest, CheckSummaryCountsTheAnswersAndTheEntriesThatDecided) {
+    const std::string policy = WriteFile(
+        "p.xml", Lists("http://a.b/x http://a.b/y https://c.d:81 http://c.d:81 http://e.f",
+                       "http://g.h", "w"));
+    const std::string urls[] = {
+        "http://a.b/x/1",  "http://c.d:81/", "http://a.b/y", "http://e.f",
+        "http://c.d:81/z", "http://a.b/",    "c.d",          "http://a.b/y"};
+    std::string input;
+    for (int i = 0; i < 1000; ++i) {
+        for (const std::string& url : urls) {
+            input += url + "\n";
+        }
+    }
+    for (const char* jobs : {"1", "3"}) {
+        const Outcome outcome =
+            Sentrel({"check", "--summary", "--policy", policy, "--jobs", jobs}, input);
+        EXPECT_EQ(outcome.status, kExitOk);
+        EXPECT_EQ(outcome.err,
+                  "allowed\t6000\ndenied\t1000\nnot crackable\t1000\n"
+                  "decided\t2000\thttp://c.d:81/\twhite list \"W\" entry \"w2\" "
+                  "\"https://c.d:81\" and 1 more\n"
+                  "decided\t2000\thttp://a.b/y\twhite list \"W\" entry \"w1\" \"http://a.b/y\"\n"
+                  "decided\t1000\thttp://e.f/\twhite list \"W\" entry \"w4\" \"http://e.f\"\n"
+                  "decided\t1000\thttp://a.b/x\twhite list \"W\" entry \"w0\" \"http://a.b/x\"\n")
+            << jobs;
+    }
+    const Outcome black = Sentrel({"check", "--summary", "--policy",
+                                   WriteFile("b.xml", Lists("", "http://g.h/x", "b")),
+                                   "http://g.h/x/y", "http://i.j"});
+    EXPECT_EQ(black.err,
+              "allowed\t1\ndenied\t1\nnot crackable\t0\ndecided\t1\thttp://g.h/x\tblack list "
+              "\"B\" entry \"b0\" \"http://g.h/x\"\n");
+    // Tallies of several threads add up, however many the threads made.
+    LoadedPolicy loaded;
+    ASSERT_EQ(LoadPolicyFile(policy, WebFilterBlockPolicy, loaded), "");
+    DecisionTally first(loaded.searcher);
+    DecisionTally second(loaded.searcher);
+    DecisionTrace trace;
+    for (const std::u16string url : {u"http://e.f/", u"c.d"}) {
+        loaded.searcher.IsUrlAllowed(url, &trace);
+        first.Count(trace);
+        second.Count(trace);
+    }
+    DecisionTally total(loaded.searcher);
+    total.Merge(first);
+    total.Merge(second);
+    std::ostringstream merged;
+    total.Print(loaded.policy, merged);
+    EXPECT_EQ(merged.str(),
+              "allowed\t2\ndenied\t0\nnot crackable\t2\ndecided\t2\thttp://e.f/\twhite list "
+              "\"W\" entry \"w4\" \"http://e.f\"\n");
 }
 
 // A list file of each format whose one line blocks guard.example, so that no import leaves the

@@ -11,11 +11,12 @@ extern const Command kCrackCommand;
 extern const Command kFormatCommand;
 extern const Command kImportCommand;
 extern const Command kVersionCommand;
+extern const Command kDiffCommand;
 
 std::span<const Command* const> Commands() {
-    static const std::array<const Command*, 7> commands = {
-        &kCheckCommand,  &kExplainCommand, &kLintCommand,   &kCrackCommand,
-        &kFormatCommand, &kImportCommand,  &kVersionCommand};
+    static const std::array<const Command*, 8> commands = {
+        &kCheckCommand,  &kExplainCommand, &kLintCommand,    &kCrackCommand,
+        &kFormatCommand, &kImportCommand,  &kVersionCommand, &kDiffCommand};
     return commands;
 }
 

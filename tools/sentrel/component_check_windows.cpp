@@ -53,10 +53,9 @@ int RunComponentCheck(const Arguments& arguments, CommandStreams& streams) {
     if (!path) {
         return Fail(streams, "check", "--policy FILE is required");
     }
-    const std::optional<WebFilterType> type =
-        ParseFilterType(arguments.Value("--type").value_or("policy"));
+    const std::optional<WebFilterType> type = FilterTypeOf(arguments);
     if (!type) {
-        return Fail(streams, "check", "--type must be none, policy or all");
+        return Fail(streams, "check", kFilterTypeError);
     }
     const PolicyFile file = ReadPolicyFile(*path);
     if (!file.error.empty()) {

@@ -3,15 +3,13 @@
 #include "search/cracked_url.h"
 #include "search/url_keys.h"
 #include "text/url_text.h"
+#include "utf8.h"
 
 namespace sentrel::cli {
 
-std::optional<EntryKeys> KeysOfEntry(const FilterEntryView& entry, CrackFailure* why) {
-    const std::u16string normalised = NormalizeUrlText(entry.url);
-    CrackedUrl cracked;
-    if (!CrackUrl(normalised, cracked, why)) {
-        return std::nullopt;
-    }
+namespace {
+
+EntryKeys KeysOf(const CrackedUrl& cracked) {
     EntryKeys keys;
     keys.schemeKey = SchemeKey(cracked);
     keys.hasHost = !cracked.host.empty();
@@ -21,6 +19,31 @@ std::optional<EntryKeys> KeysOfEntry(const FilterEntryView& entry, CrackFailure*
         keys.pathKey = PathKey(cracked);
     }
     return keys;
+}
+
+// Visits each main entry of the policy that can be cracked, cracked.
+template <class Visit>
+void ForEachCrackedEntry(const WebFilterPolicy& policy, Visit&& visit) {
+    for (const auto& [id, list] : policy.lists) {
+        for (const FilterEntryView& entry : list.mainEntries) {
+            const NormalizedUrlText normalised(entry.url);
+            CrackedUrl cracked;
+            if (CrackUrl(normalised.view(), cracked)) {
+                visit(cracked, EntrySource{&list, entry});
+            }
+        }
+    }
+}
+
+}  // namespace
+
+std::optional<EntryKeys> KeysOfEntry(const FilterEntryView& entry, CrackFailure* why) {
+    const NormalizedUrlText normalised(entry.url);
+    CrackedUrl cracked;
+    if (!CrackUrl(normalised.view(), cracked, why)) {
+        return std::nullopt;
+    }
+    return KeysOf(cracked);
 }
 
 std::string_view DescribeCrackFailure(CrackFailure why) {
@@ -53,23 +76,78 @@ std::string_view DescribeCrackFailure(CrackFailure why) {
     return "it cannot be cracked";
 }
 
+EntryKeys KeysOfMatch(const IndexTrace& trace) {
+    EntryKeys keys;
+    keys.schemeKey = trace.schemeKey;
+    keys.hasHost = true;
+    keys.hostKey = trace.hostKey;
+    keys.port = trace.port;
+    keys.pathKey = trace.everyPath ? std::u16string() : trace.pathKey;
+    return keys;
+}
+
+void ForEachIndexEntry(const WebFilterPolicy& policy,
+                       const std::function<void(IndexEntry&&, const EntrySource&)>& visit) {
+    ForEachCrackedEntry(policy, [&visit](const CrackedUrl& cracked, const EntrySource& source) {
+        visit({FeedsWhiteIndex(*source.list), KeysOf(cracked)}, source);
+    });
+}
+
+IndexEntrySources SourcesOfIndexEntries(const WebFilterPolicy& policy,
+                                        const std::set<IndexEntry>* wanted) {
+    // The host keys of the wanted entries let most entries go without copying their keys.
+    std::set<std::u16string, std::less<>> hosts;
+    for (const IndexEntry& entry : wanted != nullptr ? *wanted : std::set<IndexEntry>{}) {
+        hosts.insert(entry.keys.hostKey);
+    }
+    IndexEntrySources sources;
+    ForEachCrackedEntry(policy, [&](const CrackedUrl& cracked, const EntrySource& source) {
+        if (wanted != nullptr && (cracked.host.empty() || !hosts.contains(HostKey(cracked)))) {
+            return;
+        }
+        IndexEntry entry{FeedsWhiteIndex(*source.list), KeysOf(cracked)};
+        if (wanted == nullptr || wanted->contains(entry)) {
+            sources[std::move(entry)].push_back(source);
+        }
+    });
+    return sources;
+}
+
 std::vector<EntrySource> EntriesWithKeys(const WebFilterPolicy& policy, bool white,
                                          const EntryKeys& keys) {
-    std::vector<EntrySource> sources;
-    for (const auto& [id, list] : policy.lists) {
-        if (FeedsWhiteIndex(list) != white) {
-            continue;
-        }
-        for (const FilterEntryView& entry : list.mainEntries) {
-            const std::optional<EntryKeys> entryKeys = KeysOfEntry(entry);
-            if (entryKeys && entryKeys->schemeKey == keys.schemeKey &&
-                entryKeys->hasHost == keys.hasHost && entryKeys->hostKey == keys.hostKey &&
-                entryKeys->port == keys.port && entryKeys->pathKey == keys.pathKey) {
-                sources.push_back({&list, entry});
-            }
-        }
+    const IndexEntry wanted{white, keys};
+    const std::set<IndexEntry> only{wanted};
+    IndexEntrySources sources = SourcesOfIndexEntries(policy, &only);
+    return std::move(sources[wanted]);
+}
+
+std::string NameSources(std::span<const EntrySource> sources) {
+    if (sources.empty()) {
+        return {};
     }
-    return sources;
+    const EntrySource& first = sources.front();
+    std::string text = FeedsWhiteIndex(*first.list) ? "white" : "black";
+    text.append(" list ").append(Quoted(first.list->name));
+    text.append(" entry ").append(Quoted(first.entry.name));
+    text.append(" ").append(Quoted(first.entry.url));
+    if (sources.size() > 1) {
+        text += " and " + std::to_string(sources.size() - 1) + " more";
+    }
+    return text;
+}
+
+std::string KeysAsUrl(const EntryKeys& keys) {
+    std::string text = Utf16ToUtf8(keys.schemeKey);
+    text += ':';
+    if (!keys.hasHost) {
+        return text;
+    }
+    text.append("//").append(Utf16ToUtf8(keys.hostKey));
+    if (keys.port != 0) {
+        text.append(":").append(std::to_string(keys.port));
+    }
+    text += '/';
+    return text.append(Utf16ToUtf8(keys.pathKey));
 }
 
 }  // namespace sentrel::cli

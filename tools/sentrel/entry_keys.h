@@ -1,13 +1,19 @@
 #pragma once
 
+#include <compare>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
+#include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "policy/web_filter_policy.h"
 #include "search/cracked_url.h"
+#include "search/decision_trace.h"
 #include "search/match_rules.h"
 
 namespace sentrel::cli {
@@ -19,6 +25,8 @@ struct EntryKeys {
     std::u16string hostKey;
     std::uint16_t port = 0;
     std::u16string pathKey;  // empty: every path
+
+    auto operator<=>(const EntryKeys&) const = default;
 };
 
 // The keys of an entry's url, or none when it cannot be cracked (why then says why).
@@ -50,8 +58,37 @@ struct EntrySource {
     FilterEntryView entry;
 };
 
+// One entry of the white or the black index: what a list entry that can be cracked adds.
+struct IndexEntry {
+    bool white = false;
+    EntryKeys keys;
+
+    auto operator<=>(const IndexEntry&) const = default;
+};
+
+// The keys of the index entry that a decision's index matched.
+EntryKeys KeysOfMatch(const IndexTrace& trace);
+
+// Visits the index entry of each main entry of the policy that can be cracked, with the entry.
+void ForEachIndexEntry(const WebFilterPolicy& policy,
+                       const std::function<void(IndexEntry&&, const EntrySource&)>& visit);
+
+// The index entries of a policy and the main entries behind each, in list and entry order; with
+// wanted, only the wanted index entries.
+using IndexEntrySources = std::map<IndexEntry, std::vector<EntrySource>>;
+IndexEntrySources SourcesOfIndexEntries(const WebFilterPolicy& policy,
+                                        const std::set<IndexEntry>* wanted = nullptr);
+
 // The main entries of the white (or black) lists whose keys are the given ones.
 std::vector<EntrySource> EntriesWithKeys(const WebFilterPolicy& policy, bool white,
                                          const EntryKeys& keys);
+
+// The entries behind an index entry, for one line: the kind, list and entry of the first, its
+// URL, and how many more there are.
+std::string NameSources(std::span<const EntrySource> sources);
+
+// An index entry's keys written as a URL: "scheme://host:port/path", the port left out when it
+// is 0 (any port), "/" alone for every path, and "scheme:" alone for an entry without host.
+std::string KeysAsUrl(const EntryKeys& keys);
 
 }  // namespace sentrel::cli

@@ -37,14 +37,8 @@ void Explain(const LoadedPolicy& loaded, std::u16string_view url, Explanation& e
         CrackUrl(explanation.normalised, explanation.cracked, &explanation.crackFailure);
     const IndexTrace& index = explanation.trace.index;
     if (IndexMatched(explanation.trace)) {
-        EntryKeys keys;
-        keys.schemeKey = index.schemeKey;
-        keys.hasHost = true;
-        keys.hostKey = index.hostKey;
-        keys.port = index.port;
-        keys.pathKey = index.everyPath ? std::u16string() : index.pathKey;
         explanation.entries = EntriesWithKeys(
-            loaded.policy, explanation.trace.step == DecisionStep::WhiteIndex, keys);
+            loaded.policy, explanation.trace.step == DecisionStep::WhiteIndex, KeysOfMatch(index));
     }
 }
 

@@ -17,22 +17,29 @@ std::optional<WebFilterType> ParseFilterType(std::string_view name) {
     return std::nullopt;
 }
 
+std::optional<WebFilterType> FilterTypeOf(const Arguments& arguments) {
+    return ParseFilterType(arguments.Value("--type").value_or("policy"));
+}
+
+std::string LoadPolicyFile(const std::string& path, WebFilterType type, LoadedPolicy& loaded) {
+    if (std::string error = ReadPolicy(path, loaded.policy); !error.empty()) {
+        return error;
+    }
+    loaded.searcher.filterType = type;
+    loaded.searcher.LoadPolicy(loaded.policy);
+    return {};
+}
+
 std::string LoadPolicy(const Arguments& arguments, LoadedPolicy& loaded) {
     const std::optional<std::string> path = arguments.Value("--policy");
     if (!path) {
         return "--policy FILE is required";
     }
-    const std::optional<WebFilterType> type =
-        ParseFilterType(arguments.Value("--type").value_or("policy"));
+    const std::optional<WebFilterType> type = FilterTypeOf(arguments);
     if (!type) {
-        return "--type must be none, policy or all";
+        return std::string(kFilterTypeError);
     }
-    if (std::string error = ReadPolicy(*path, loaded.policy); !error.empty()) {
-        return error;
-    }
-    loaded.searcher.filterType = *type;
-    loaded.searcher.LoadPolicy(loaded.policy);
-    return {};
+    return LoadPolicyFile(*path, *type, loaded);
 }
 
 }  // namespace sentrel::cli

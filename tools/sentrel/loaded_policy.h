@@ -20,8 +20,15 @@ struct LoadedPolicy {
     WebFilterSearcher searcher;
 };
 
-// Loads the file named by --policy under the type named by --type (default policy); the error
-// text is empty on success.
+// The filter type named by --type (default policy).
+std::optional<WebFilterType> FilterTypeOf(const Arguments& arguments);
+inline constexpr std::string_view kFilterTypeError = "--type must be none, policy or all";
+
+// Loads a policy file under a filter type; the error text is empty on success.
+std::string LoadPolicyFile(const std::string& path, WebFilterType type, LoadedPolicy& loaded);
+
+// Loads the file named by --policy under the type named by --type; the error text is empty on
+// success.
 std::string LoadPolicy(const Arguments& arguments, LoadedPolicy& loaded);
 
 // The help text lines of the two options that LoadPolicy reads.
