@@ -7,6 +7,7 @@
 #include "check_urls.h"
 #include "command.h"
 #include "entry_keys.h"
+#include "explanation.h"
 #include "loaded_policy.h"
 #include "policy_changes.h"
 #include "policy_file.h"
@@ -30,26 +31,14 @@ struct DiffSide {
 
 // What decided, for one field of a flip's line.
 std::string DescribeDecision(const DecisionTrace& trace, DiffSide& side) {
-    switch (trace.step) {
-        case DecisionStep::FilterNone:
-            return "filter type none";
-        case DecisionStep::NoIndexedEntries:
-            return "no indexed entries";
-        case DecisionStep::CouldNotCrack:
-            return "not crackable";
-        case DecisionStep::AboutOrFileScheme:
-            return "about or file URL";
-        case DecisionStep::BlockAll:
-            return "filter type all";
-        case DecisionStep::WhiteIndex:
-        case DecisionStep::BlackIndex:
-            break;
+    const std::string_view words = TextsOf(trace.step).words;
+    if (!ByIndex(trace.step)) {
+        return std::string(words);
     }
-    const bool white = trace.step == DecisionStep::WhiteIndex;
     if (trace.index.outcome != IndexOutcome::Matched) {
-        return white ? "no white entry matches" : "no black entry matches";
+        return "no " + std::string(words) + " entry matches";
     }
-    const IndexEntry entry{white, KeysOfMatch(trace.index)};
+    const IndexEntry entry{trace.step == DecisionStep::WhiteIndex, KeysOfMatch(trace.index)};
     return KeysAsUrl(entry.keys) + " " + NameSources(side.Sources().at(entry));
 }
 

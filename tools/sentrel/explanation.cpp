@@ -1,5 +1,7 @@
 #include "explanation.h"
 
+#include <array>
+
 #include "text/url_text.h"
 #include "utf8.h"
 
@@ -42,46 +44,31 @@ void Explain(const LoadedPolicy& loaded, std::u16string_view url, Explanation& e
     }
 }
 
-std::string DecisionReason(const Explanation& explanation) {
-    const DecisionTrace& trace = explanation.trace;
-    switch (trace.step) {
-        case DecisionStep::FilterNone:
-            return "the filter type is none, which allows everything";
-        case DecisionStep::NoIndexedEntries:
-            return "the policy has no indexed entries, which allows everything";
-        case DecisionStep::CouldNotCrack:
-            return "the URL could not be cracked";
-        case DecisionStep::AboutOrFileScheme:
-            return "about and file URLs are always allowed";
-        case DecisionStep::BlockAll:
-            return "the filter type is all, which denies everything but about and file URLs";
-        case DecisionStep::WhiteIndex:
-        case DecisionStep::BlackIndex:
-            break;
-    }
-    return (trace.step == DecisionStep::WhiteIndex ? "the white index " : "the black index ") +
-           (trace.index.outcome == IndexOutcome::Matched ? "matches"
-                                                         : "does not match: " + Miss(trace.index));
+const StepTexts& TextsOf(DecisionStep step) {
+    // In the order of the steps.
+    static constexpr std::array<StepTexts, 7> kTexts = {{
+        {"filterNone", "filter type none", "the filter type is none, which allows everything"},
+        {"noIndexedEntries", "no indexed entries",
+         "the policy has no indexed entries, which allows everything"},
+        {"couldNotCrack", "not crackable", "the URL could not be cracked"},
+        {"aboutOrFileScheme", "about or file URL", "about and file URLs are always allowed"},
+        {"blockAll", "filter type all",
+         "the filter type is all, which denies everything but about and file URLs"},
+        {"whiteIndex", "white", "the white index"},
+        {"blackIndex", "black", "the black index"},
+    }};
+    return kTexts.at(static_cast<std::size_t>(step));
 }
 
-std::string_view StepName(DecisionStep step) {
-    switch (step) {
-        case DecisionStep::FilterNone:
-            return "filterNone";
-        case DecisionStep::NoIndexedEntries:
-            return "noIndexedEntries";
-        case DecisionStep::CouldNotCrack:
-            return "couldNotCrack";
-        case DecisionStep::AboutOrFileScheme:
-            return "aboutOrFileScheme";
-        case DecisionStep::BlockAll:
-            return "blockAll";
-        case DecisionStep::WhiteIndex:
-            return "whiteIndex";
-        case DecisionStep::BlackIndex:
-            break;
+std::string DecisionReason(const Explanation& explanation) {
+    const DecisionTrace& trace = explanation.trace;
+    std::string reason(TextsOf(trace.step).sentence);
+    if (ByIndex(trace.step)) {
+        reason += trace.index.outcome == IndexOutcome::Matched
+                      ? " matches"
+                      : " does not match: " + Miss(trace.index);
     }
-    return "blackIndex";
+    return reason;
 }
 
 std::string_view OutcomeName(IndexOutcome outcome) {

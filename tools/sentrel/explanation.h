@@ -37,11 +37,19 @@ inline bool IndexMatched(const DecisionTrace& trace) {
 
 void Explain(const LoadedPolicy& loaded, std::u16string_view url, Explanation& explanation);
 
+// What a step of the decision is called: a name for scripts (in the camelCase of the JSON
+// fields), a few words for a column and the start of a sentence. An index step's words and
+// sentence go on with what the index found.
+struct StepTexts {
+    std::string_view name;
+    std::string_view words;
+    std::string_view sentence;
+};
+const StepTexts& TextsOf(DecisionStep step);
+
 // The decision's rule in words, as in "the white index does not match: ...".
 std::string DecisionReason(const Explanation& explanation);
 
-// Names for scripts, in the camelCase of the JSON fields.
-std::string_view StepName(DecisionStep step);
 std::string_view OutcomeName(IndexOutcome outcome);
 
 }  // namespace sentrel::cli

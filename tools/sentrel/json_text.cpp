@@ -77,7 +77,7 @@ std::string ExplanationJson(const Explanation& explanation) {
         {"keys", cracked ? KeysObject(explanation.cracked) : Json()},
         {"crackFailure", cracked ? Json() : Json(DescribeCrackFailure(explanation.crackFailure))},
         {"decision", trace.allowed ? "allow" : "deny"},
-        {"step", StepName(trace.step)},
+        {"step", TextsOf(trace.step).name},
         {"reason", DecisionReason(explanation)},
         {"index", ByIndex(trace.step) ? IndexObject(trace.index) : Json()},
         {"entries", entries},
