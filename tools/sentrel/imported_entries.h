@@ -21,7 +21,8 @@ namespace sentrel::cli {
 //   which it would otherwise hide;
 // - a subdomain whose entries all say what its parent's say is dropped whole.
 // Lists run to millions of lines, so texts lie side by side in an arena and hosts are found
-// through an open-addressing table of their keys' hashes.
+// through an open-addressing table of their keys' hashes: std::unordered_map would allocate a
+// node per host, and Debian packages no header-only hash table that the Windows build could take.
 class ImportedEntries {
   public:
     // Adds an entry that a line of the list (by number) gave.
