@@ -50,6 +50,21 @@ void FilterEntrySequence::Add(const FilterEntryView& entry) {
         }
         return;
     }
+    Append(entry);
+    tags_[slot] = TagOf(hash);
+    positions_[slot] = static_cast<std::uint32_t>(records_.size() - 1);
+}
+
+void FilterEntrySequence::AddWithFreshId(const FilterEntryView& entry) {
+    Append(entry);
+    // The table no longer finds every entry: Add makes it again when an entry comes by id.
+    if (!tags_.empty()) {
+        tags_ = {};
+        positions_ = {};
+    }
+}
+
+void FilterEntrySequence::Append(const FilterEntryView& entry) {
     if (records_.size() >= kMaxEntries) {
         throw std::bad_alloc();
     }
@@ -60,8 +75,6 @@ void FilterEntrySequence::Add(const FilterEntryView& entry) {
         records_.pop_back();
         throw;
     }
-    tags_[slot] = TagOf(hash);
-    positions_[slot] = static_cast<std::uint32_t>(records_.size() - 1);
 }
 
 void FilterEntrySequence::Clear() {

@@ -93,6 +93,9 @@ class FilterEntrySequence {
     };
 
     void Add(const FilterEntryView& entry);
+    // Adds an entry whose id NewGuid has just made, which no entry can hold: without a look-up,
+    // which on a large list misses the cache once per entry.
+    void AddWithFreshId(const FilterEntryView& entry);
     void Clear();
     // Gives back the room that growing and replacing left unused, and the id table.
     void ShrinkToFit();
@@ -108,6 +111,8 @@ class FilterEntrySequence {
         const char16_t* name = text_.At(record.text);
         return {{name, record.nameLength}, {name + record.nameLength, record.urlLength}, record.id};
     }
+    // Puts the entry after the others, its texts in the arena.
+    void Append(const FilterEntryView& entry);
     // The table's slot of the entry with the id, or the empty slot where it belongs.
     std::size_t SlotOf(const Guid& id, std::uint64_t hash) const;
     // Grows the table, or makes it again after ShrinkToFit, so that one more entry fits.

@@ -373,11 +373,10 @@ void WebFilterXmlProcessor::OnEndElement(std::u16string_view name) {
             if (element->family != currentList_.type) {
                 return;
             }
-            if (element->role == PolicyRole::MainEntry) {
-                currentList_.AddEntry(currentEntry_);
-            } else {
-                currentList_.AddException(currentEntry_);
-            }
+            // A document names no entry ids: each entry gets the fresh one it was made with.
+            (element->role == PolicyRole::MainEntry ? currentList_.mainEntries
+                                                    : currentList_.exceptionEntries)
+                .AddWithFreshId(currentEntry_);
             currentEntry_.Clear();
             currentEntry_.id = NewGuid();
             break;

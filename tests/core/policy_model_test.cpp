@@ -22,6 +22,10 @@ struct Both {
                                        [&copy](const FilterEntry& e) { return e.id == copy.id; });
         held == literal.end() ? literal.push_back(copy) : void(*held = copy);
     }
+    void AddFresh(const FilterEntry& entry) {
+        sequence.AddWithFreshId(entry);
+        literal.push_back(entry);
+    }
     void Add(std::size_t nameLength, char16_t fill) {
         Add(FilterEntry(std::u16string(nameLength, fill), u"http://" + std::u16string(1, fill)));
     }
@@ -78,6 +82,17 @@ TEST(FilterEntrySequence, HoldsWhatTheLiteralRuleHolds) {
                  const FilterEntryView from = both.sequence[(i * 7) % both.sequence.size()];
                  const Guid id = i % 2 == 0 ? NewGuid() : both.sequence[i % 13].id;
                  both.Add(FilterEntryView{from.url, from.name, id});
+             }
+         }},
+        {"entries with fresh ids between entries added by id, then every other one replaced",
+         [](Both& both) {
+             for (std::size_t i = 0; i < 300; ++i) {
+                 i % 3 == 0 ? both.Add(3, u'a') : both.AddFresh(FilterEntry(u"f", u"http://f"));
+             }
+             for (std::size_t i = 0; i < both.literal.size(); i += 2) {
+                 FilterEntry entry = both.literal[i];
+                 entry.name = u"R";
+                 both.Add(entry);
              }
          }},
         {"a copy, and a list taken over by a policy that grows after",
