@@ -66,6 +66,13 @@ class UrlCracker {
     std::u16string_view Rest() {
         return RunTo(mayHoldNul_ ? FindFirstOf<u'\0'>(text_, pos_) : text_.size());
     }
+    // The position of the first of the delimiters at or after from, or the end. A NUL ends the
+    // text too, but only a text that may hold one needs the compare.
+    template <char16_t... Set>
+    std::size_t Find(std::size_t from) const {
+        return mayHoldNul_ ? FindFirstOf<u'\0', Set...>(text_, from)
+                           : FindFirstOf<Set...>(text_, from);
+    }
     // The text from pos_ to end, which pos_ moves to.
     std::u16string_view RunTo(std::size_t end) {
         const std::size_t begin = pos_;
@@ -77,7 +84,7 @@ class UrlCracker {
     // each of them is only appended to the segment. The last one is left to end the authority.
     void SkipOrdinary() {
         const std::size_t begin = pos_;
-        pos_ = FindFirstOf<u'\0', u':', u'@', u'/', u'?', u'[', u']'>(text_, pos_);
+        pos_ = Find<u':', u'@', u'/', u'?', u'[', u']'>(pos_);
         if (pos_ > begin && At(pos_) == u'\0') {
             --pos_;
         }
@@ -171,7 +178,7 @@ class UrlCracker {
         constexpr std::size_t kAfterTextLimit = 128;
         const std::u16string_view before = Segment();
         ++pos_;
-        const std::u16string_view after = RunTo(FindFirstOf<u'\0', u'/', u'@'>(text_, pos_));
+        const std::u16string_view after = RunTo(Find<u'/', u'@'>(pos_));
         if (!Fits(after, kAfterTextLimit)) {
             return FailNext(CrackFailure::AfterTextTooLong);
         }
@@ -217,9 +224,7 @@ class UrlCracker {
 
     // Phase 2: the path runs to the query or fragment, or for a file URL to the end.
     bool CrackPath() {
-        out_.path = out_.schemeId == UrlScheme::File
-                        ? Rest()
-                        : RunTo(FindFirstOf<u'\0', u'#', u'?'>(text_, pos_));
+        out_.path = out_.schemeId == UrlScheme::File ? Rest() : RunTo(Find<u'#', u'?'>(pos_));
         return Fits(out_.path, kPathLimit);
     }
 
