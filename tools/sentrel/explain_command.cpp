@@ -1,7 +1,7 @@
-#include <istream>
 #include <ostream>
 #include <string>
 
+#include "check_urls.h"
 #include "command.h"
 #include "explanation.h"
 #include "json_text.h"
@@ -84,15 +84,21 @@ void PrintExplanation(const Explanation& explanation, std::ostream& out) {
     }
 }
 
-void PrintOne(const LoadedPolicy& loaded, std::string_view url, bool json, std::ostream& out) {
-    Explanation explanation;
-    Explain(loaded, Utf8ToUtf16(url), explanation);
-    if (json) {
-        out << ExplanationJson(explanation) << "\n";
-    } else {
-        PrintExplanation(explanation, out);
+// The JSON form for scripts: one object per URL, given or read as check reads its lines.
+class JsonAnswerer final : public UrlAnswerer {
+  public:
+    explicit JsonAnswerer(const LoadedPolicy& loaded) : loaded_(loaded) {}
+
+    bool Answer(std::string_view, std::u16string_view url, std::string& answers) override {
+        Explanation explanation;
+        Explain(loaded_, url, explanation);
+        answers.append(ExplanationJson(explanation)).push_back('\n');
+        return true;
     }
-}
+
+  private:
+    const LoadedPolicy& loaded_;
+};
 
 int RunExplain(const Arguments& arguments, CommandStreams& streams) {
     const bool json = arguments.Has("--json");
@@ -103,19 +109,15 @@ int RunExplain(const Arguments& arguments, CommandStreams& streams) {
     if (const std::string error = LoadPolicy(arguments, loaded); !error.empty()) {
         return Fail(streams, "explain", error);
     }
-    for (const std::string& url : arguments.positionals) {
-        PrintOne(loaded, url, json, streams.out);
+    if (json) {
+        JsonAnswerer answerer(loaded);
+        AnswerUrls(arguments.positionals, streams, 1,
+                   [&answerer]() -> UrlAnswerer& { return answerer; });
+        return AnswersWritten(streams, "explain");
     }
-    if (arguments.positionals.empty()) {
-        std::string line;
-        while (std::getline(streams.in, line)) {
-            // A line end written as CR LF leaves the CR, which is no part of the URL.
-            if (!line.empty() && line.back() == '\r') {
-                line.pop_back();
-            }
-            PrintOne(loaded, line, json, streams.out);
-        }
-    }
+    Explanation explanation;
+    Explain(loaded, Utf8ToUtf16(arguments.positionals.front()), explanation);
+    PrintExplanation(explanation, streams.out);
     return kExitOk;
 }
 
